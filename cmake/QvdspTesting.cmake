@@ -1,0 +1,7 @@
+# qvdsp_add_test(NAME source...): one GoogleTest binary, registered with CTest.
+function(qvdsp_add_test name)
+  add_executable(${name} ${ARGN})
+  target_link_libraries(${name} PRIVATE qvdsp_test_support GTest::gtest_main GTest::gmock)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    PROPERTIES ENVIRONMENT "QVDSP_SOURCE_DIR=${PROJECT_SOURCE_DIR}")
+endfunction()
