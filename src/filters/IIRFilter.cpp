@@ -19,10 +19,10 @@ enum RowIndex
     B2
 };
 
-// Denominator coefficients of s in the normalised Butterworth sections
-// 1 + b1 s + s^2, lowest-Q section first. These digits are what the filters
-// have always used; the exact values (2 sin((2k - 1) pi / 2n)) differ in the
-// last places, and changing them would change every saved response.
+// Coefficients of s in the normalised Butterworth sections 1 + b1 s + s^2,
+// highest-Q section first. They are 2 sin((2k - 1) pi / 2n) to ten places and
+// stay with exactly these digits: computing them exactly would move every
+// response in the last places.
 constexpr double ButterworthB1[4][4] = {
     {1.4142135624},
     {0.7653668647, 1.847759065},

@@ -21,8 +21,11 @@ TEST(DelayFilter, LagsByWholeFrames)
     EXPECT_EQ(line.size, 2);
     EXPECT_EQ(Feed(line, {1, 2, 3, 4}), (std::vector<double>{0, 1, 2, 3}));
 
+    // A negative delay is none at all.
     CDelayFilter<double> none;
-    none.SetDelay(0, 0);
+    none.SetDelay(-4, 0);
+    EXPECT_EQ(none.delay, 0);
+    EXPECT_EQ(none.size, 1);
     EXPECT_EQ(Feed(none, {5, 6, 7}), (std::vector<double>{5, 6, 7}));
 
     // A larger minimum size changes nothing about the lag.
@@ -52,15 +55,6 @@ TEST(DelayFilter, GrowsOnlyAndRestartsFromSilenceWhenItGrows)
     CDelayFilter<double> copy = line;
     EXPECT_EQ(Feed(copy, {8}), Feed(line, {8}));
     EXPECT_NE(copy.buffer, line.buffer);
-}
-
-TEST(DelayFilter, NegativeDelayIsZero)
-{
-    CDelayFilter<double> line;
-    line.SetDelay(-4, 0);
-    EXPECT_EQ(line.delay, 0);
-    EXPECT_EQ(line.size, 1);
-    EXPECT_EQ(Feed(line, {1, 2}), (std::vector<double>{1, 2}));
 }
 
 TEST(DelayFilter, MillisecondsRoundOnBytes)
