@@ -2,6 +2,7 @@
 
 #include "cli/Commands.h"
 #include "frame/PluginFactory.h"
+#include "support/Sinks.h"
 
 #include <gtest/gtest.h>
 
@@ -18,6 +19,7 @@ class FakePlugin final : public IQVDSP {
       : gain(gain), holdsBack(holdsBack), refuses(refuses), line(std::move(line)) {}
 
   int32_t Process(double* samples, int32_t frames, IQVDSPSink* sink) override {
+    testLevel = sink->GetTestLevel();
     for (int32_t i = 0; i < frames * channels; ++i) samples[i] *= gain;
     if (!holdsBack) {
       sink->Output(samples, frames);
@@ -51,16 +53,9 @@ class FakePlugin final : public IQVDSP {
   std::string line;
   int channels = 2;
   std::vector<double> held;
-};
 
-class CollectingOutput final : public IQVDSPSink {
  public:
-  void Output(double* samples, int32_t frames) override {
-    calls.push_back(frames);
-    received.insert(received.end(), samples, samples + frames * 2);
-  }
-  std::vector<int32_t> calls;
-  std::vector<double> received;
+  double testLevel = 0.0;
 };
 
 const std::vector<PluginEntry> CATALOG = {
@@ -104,10 +99,13 @@ TEST(PluginChainTest, ChainTextNamesPluginsByNameInAnyCaseOrByIndex) {
 
 TEST(PluginChainTest, BlocksRunThroughEveryStageInOrder) {
   PluginChain chain;
-  chain.Append(PluginPointer(new FakePlugin(2.0, false, false, "doubles")), "First");
+  auto* first = new FakePlugin(2.0, false, false, "doubles");
+  auto* last = new FakePlugin(5.0, false, false, "times five");
+  chain.Append(PluginPointer(first), "First");
   chain.Append(PluginPointer(new FakePlugin(3.0, true, true, "")), "Second");
-  chain.Append(PluginPointer(new FakePlugin(5.0, false, false, "times five")), "Third");
-  CollectingOutput output;
+  chain.Append(PluginPointer(last), "Third");
+  qvtest::CollectingSink output;
+  output.testLevel = 0.25;
   chain.SetOutput(&output);
 
   CAudioFormat format;
@@ -118,8 +116,11 @@ TEST(PluginChainTest, BlocksRunThroughEveryStageInOrder) {
   // reaches nothing and the last block stays inside.
   std::vector<double> blocks[3] = {{1, 2, 3, 4}, {5, 6}, {7, 8, 9, 10, 11, 12}};
   for (auto& block : blocks) chain.Push(block.data(), static_cast<int32_t>(block.size() / 2));
-  EXPECT_EQ(output.calls, (std::vector<int32_t>{2, 1}));
-  EXPECT_EQ(output.received, (std::vector<double>{30, 60, 90, 120, 150, 180}));
+  EXPECT_EQ(output.blockFrames, (std::vector<int32_t>{2, 1}));
+  EXPECT_EQ(output.samples, (std::vector<double>{30, 60, 90, 120, 150, 180}));
+  // Every stage sees the output's test level through the links.
+  EXPECT_EQ(first->testLevel, 0.25);
+  EXPECT_EQ(last->testLevel, 0.25);
 
   std::ostringstream text;
   PrintDescription(chain, text, "> ");
@@ -128,11 +129,12 @@ TEST(PluginChainTest, BlocksRunThroughEveryStageInOrder) {
 
 TEST(PluginChainTest, EmptyChainHandsBlocksStraightOn) {
   PluginChain chain;
-  CollectingOutput output;
+  qvtest::CollectingSink output;
   chain.SetOutput(&output);
   std::vector<double> block = {0.25, -0.5};
   chain.Push(block.data(), 1);
-  EXPECT_EQ(output.received, block);
+  EXPECT_EQ(output.samples, block);
+  EXPECT_EQ(output.pointers, std::vector<const double*>{block.data()});
 }
 
 TEST(PluginChainTest, CatalogueHoldsTheModulesPlugins) {
