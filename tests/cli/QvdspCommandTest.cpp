@@ -148,6 +148,9 @@ TEST_F(QvdspCommandTest, BadRunsSayWhyAndLeaveNoFileBehind) {
   std::filesystem::create_directory(scratch / "sub");
   std::ofstream(scratch / "kept.wav") << "earlier";
   std::string before = clitest::ReadBytes(in);
+  // More channels than a format record holds.
+  clitest::WriteWithLibsndfile(scratch / "wide.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 44100, 65,
+                               std::vector<double>(65 * 10, 0.0));
 
   struct Case {
     std::vector<std::string> arguments;
@@ -157,6 +160,7 @@ TEST_F(QvdspCommandTest, BadRunsSayWhyAndLeaveNoFileBehind) {
   std::string dir = scratch.Path().string();
   const Case cases[] = {
       {{"process", dir + "/missing.wav", dir + "/out.wav"}, 1, "missing.wav"},
+      {{"process", dir + "/wide.wav", dir + "/out.wav"}, 1, "65 channels"},
       {{"process", in.string(), dir + "/nofolder/out.wav"}, 1, "nofolder/out.wav"},
       {{"process", in.string(), dir + "/plain/out.wav"}, 1, "plain/out.wav"},
       {{"process", "--chain", "Tube Amplifier,Flanger", in.string(), dir + "/kept.wav"}, 2, "'Flanger'"},
@@ -178,7 +182,7 @@ TEST_F(QvdspCommandTest, BadRunsSayWhyAndLeaveNoFileBehind) {
     EXPECT_NE(result.err.find(c.mentions), std::string::npos) << call << ": " << result.err;
     EXPECT_EQ(result.out, "") << call;
   }
-  ExpectOnlyEntries({"in.wav", "kept.wav", "plain", "sub"});
+  ExpectOnlyEntries({"in.wav", "kept.wav", "plain", "sub", "wide.wav"});
   EXPECT_EQ(clitest::ReadBytes(scratch / "kept.wav"), "earlier");
   EXPECT_TRUE(clitest::ReadBytes(in) == before);
 
