@@ -35,7 +35,7 @@ class CFileSettingsKey : public IQVSettingsKey
 public:
     CFileSettingsKey(std::string filePath, std::string keyPath, bool systemScope);
 
-    bool ReadBinary(const char16_t* name, IQVSettingsBuffer* buffer, int32_t zone, int32_t reserved = 0) override;
+    bool ReadBinary(const char16_t* name, IQVDllBuffer* buffer, int32_t zone, int32_t reserved = 0) override;
     int32_t ReadInt(const char16_t* name, int32_t defaultValue, int32_t zone, int32_t reserved = 0) override;
     void ReadString(QVSystemString* result, const char16_t* name, const char16_t* defaultValue, int32_t zone,
                     const char16_t* fallback = nullptr, int32_t reserved = 0) override;

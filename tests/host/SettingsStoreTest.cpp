@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "core/QVStringPrint.h"
+#include "support/TestTools.h"
 
 namespace {
 
@@ -70,17 +71,17 @@ TEST_F(SettingsStoreTest, ValuesKeepTheirTypes)
     ASSERT_TRUE(key.WriteBinary(u"Settings", blob, 4));
     ASSERT_TRUE(key.WriteString(u"Number text", u"-42"));
 
-    CFileSettingsKey again = Key("Zones/Global\\\\Tempo & Pitch\\");  // the same key, written untidily
+    CFileSettingsKey again = Key("\\Zones\\\\Global\\Tempo & Pitch\\");  // the same key, written untidily
     EXPECT_EQ(again.ReadInt(u"Enabled", 0, 0), -2147483647 - 1);
     EXPECT_EQ(ReadText(again, u"Tempo", u"x"), QVString(u"1,25 \u00e9\u4e2d"));
     EXPECT_EQ(ReadText(again, u"Enabled", u"x"), QVString(u"-2147483648"));
     EXPECT_EQ(again.ReadInt(u"Number text", 0, 0), -42);
     EXPECT_EQ(again.ReadInt(u"Tempo", 5, 0), 5);           // text that is no integer
     EXPECT_EQ(ReadText(again, u"Settings", u"d"), QVString(u"d"));  // bytes are no text
-    CSettingsBuffer buffer;
+    QVDllBuffer buffer;
     ASSERT_TRUE(again.ReadBinary(u"Settings", &buffer, 0));
-    ASSERT_EQ(buffer.GetSize(), 4);
-    EXPECT_EQ(std::vector<uint8_t>(buffer.GetData(), buffer.GetData() + 4), std::vector<uint8_t>(blob, blob + 4));
+    ASSERT_EQ(buffer.GetSize(), 4u);
+    EXPECT_EQ(buffer.GetBytes(), std::vector<uint8_t>(blob, blob + 4));
     EXPECT_FALSE(again.ReadBinary(u"Tempo", &buffer, 0));
 
     EXPECT_EQ(again.GetValueType(u"Enabled"), SETTINGS_TYPE_INT);
@@ -198,11 +199,17 @@ TEST_F(SettingsStoreTest, UnreadableFilesAreNeverOverwritten)
     for (const std::string& text : texts)
     {
         WriteFileText(text);
+        qvtest::ScopedTestTools tools;
         CFileSettingsKey key = Key("Zones\\1");
         EXPECT_EQ(key.ReadInt(u"a", 9, 0), 9);
         EXPECT_FALSE(key.WriteInt(u"a", 2));
         EXPECT_FALSE(key.DeleteValue(u"a"));
         EXPECT_EQ(FileText(), text);
+        // The write's message names the file, so the user can find and mend it.
+        const std::vector<std::string>& lines = tools.tools.logger.texts;
+        ASSERT_FALSE(lines.empty());
+        EXPECT_NE(lines.back().find(path), std::string::npos) << lines.back();
+        EXPECT_NE(lines.back().find("not saved"), std::string::npos) << lines.back();
     }
     // No temporary file is left beside it.
     int entries = 0;
