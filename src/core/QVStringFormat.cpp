@@ -123,11 +123,14 @@ bool Formatter::ReadSpecifier(const char16_t*& p, Specifier& spec)
 
 void Formatter::WriteNumber(QVString& out, const Specifier& spec, const char* length, const QVFormatArg& arg)
 {
-    std::string pattern = "%" + spec.flags;
+    std::string pattern(1, '%');
+    pattern += spec.flags;
     if (spec.width >= 0)
         pattern += std::to_string(spec.width);
-    if (spec.precision >= 0)
-        pattern += "." + std::to_string(spec.precision);
+    if (spec.precision >= 0) {
+        pattern += '.';
+        pattern += std::to_string(spec.precision);
+    }
     pattern += length;
     pattern += static_cast<char>(spec.conversion);
     const char* text = pattern.c_str();
