@@ -31,7 +31,7 @@ void QVMapBase::Resize(int32_t count, bool margin)
         QVMapNodeBase* node = m_buckets[bucket];
         while (node) {
             QVMapNodeBase* next = node->next;
-            QVMapNodeBase*& head = buckets[node->hash % static_cast<size_t>(bucketCount)];
+            QVMapNodeBase*& head = buckets[node->hash % static_cast<uint32_t>(bucketCount)];
             node->next = head;
             head = node;
             node = next;

@@ -23,7 +23,7 @@ protected:
 
 struct QVMapNodeBase {
     QVMapNodeBase* next;
-    size_t hash;
+    uint32_t hash;
 };
 
 class QVMapBase {
@@ -45,7 +45,7 @@ protected:
     void Resize(int32_t count, bool margin);
     // True when a new node may join its chain without resizing first.
     bool HasRoomForOneMore() const { return m_bucketCount > 0 && m_count + 1 <= 2 * m_bucketCount + 2; }
-    QVMapNodeBase*& BucketOf(size_t hash) { return m_buckets[hash % static_cast<size_t>(m_bucketCount)]; }
+    QVMapNodeBase*& BucketOf(uint32_t hash) { return m_buckets[hash % static_cast<uint32_t>(m_bucketCount)]; }
     void* AllocateNode(size_t size) { return m_allocator ? m_allocator->AllocateBlock(size) : ::operator new(size); }
     void FreeNode(void* node)
     {
@@ -63,21 +63,21 @@ protected:
     QVMapNodeBase** m_buckets = nullptr;
 };
 
-// Hash of a key: integers and enumerations as themselves, pointers by address,
-// strings by 65599.
+// Hash of a key, in 32 bits: integers and enumerations as themselves (wider
+// ones keep their low 32 bits), pointers by address, strings by 65599.
 template <typename K>
-size_t QVHashKey(const K& key)
+uint32_t QVHashKey(const K& key)
 {
     if constexpr (std::is_enum_v<K>)
         return QVHashKey(static_cast<std::underlying_type_t<K>>(key));
     else if constexpr (std::is_integral_v<K>)
-        return static_cast<size_t>(static_cast<std::make_unsigned_t<K>>(key));
+        return static_cast<uint32_t>(static_cast<std::make_unsigned_t<K>>(key));
     else if constexpr (std::is_pointer_v<K>)
-        return static_cast<size_t>(reinterpret_cast<uintptr_t>(key));
+        return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key) >> 4);  // heap blocks are 16-byte aligned
     else
         return key.Hash();
 }
-inline size_t QVHashKey(const QVString& key) { return key.Hash(); }
+inline uint32_t QVHashKey(const QVString& key) { return key.Hash(); }
 
 template <typename K, typename ARG_KEY, typename V, typename ARG_VALUE, bool OWNS_VALUES = false>
 class QVMap : public QVMapBase {
@@ -136,10 +136,10 @@ public:
     virtual ~QVMap() { RemoveAll(); }
     virtual int32_t GetBucketOf(const Node* node) const
     {
-        return static_cast<int32_t>(node->hash % static_cast<size_t>(m_bucketCount));
+        return static_cast<int32_t>(node->hash % static_cast<uint32_t>(m_bucketCount));
     }
     virtual size_t GetNodeSize() const { return sizeof(Node); }
-    virtual size_t HashKey(ARG_KEY key) const { return QVHashKey<K>(key); }
+    virtual uint32_t HashKey(ARG_KEY key) const { return QVHashKey<K>(key); }
     virtual bool KeysEqual(ARG_KEY a, ARG_KEY b) const { return a == b; }
     virtual void DestroyNode(Node* node)
     {
@@ -148,7 +148,7 @@ public:
         node->~Node();
         FreeNode(node);
     }
-    virtual Node* MakeNode(ARG_KEY key, size_t hash)
+    virtual Node* MakeNode(ARG_KEY key, uint32_t hash)
     {
         void* memory = AllocateNode(GetNodeSize());
         Node* node = new (memory) Node{{nullptr, hash}, K(key), V()};
@@ -176,7 +176,7 @@ public:
     // The node of `key`, made at the end of its chain when missing.
     Node* FindOrAdd(ARG_KEY key, bool* added = nullptr)
     {
-        const size_t hash = HashKey(key);
+        const uint32_t hash = HashKey(key);
         if (Node* node = FindNode(key, hash)) {
             if (added)
                 *added = false;
@@ -210,7 +210,7 @@ public:
     {
         if (m_bucketCount == 0)
             return false;
-        const size_t hash = HashKey(key);
+        const uint32_t hash = HashKey(key);
         for (QVMapNodeBase** link = &BucketOf(hash); *link; link = &(*link)->next) {
             Node* node = static_cast<Node*>(*link);
             if (node->hash == hash && KeysEqual(node->key, key)) {
@@ -240,11 +240,11 @@ public:
     void InitHashTable(int32_t count, bool margin = true) { Resize(count, margin); }
 
 protected:
-    Node* FindNode(ARG_KEY key, size_t hash) const
+    Node* FindNode(ARG_KEY key, uint32_t hash) const
     {
         if (m_bucketCount == 0)
             return nullptr;
-        for (QVMapNodeBase* node = m_buckets[hash % static_cast<size_t>(m_bucketCount)]; node; node = node->next)
+        for (QVMapNodeBase* node = m_buckets[hash % static_cast<uint32_t>(m_bucketCount)]; node; node = node->next)
             if (node->hash == hash && KeysEqual(static_cast<Node*>(node)->key, key))
                 return static_cast<Node*>(node);
         return nullptr;
@@ -292,7 +292,7 @@ public:
     }
     ~QVStringMap() override { this->RemoveAll(); }
 
-    size_t HashKey(const QVString& key) const override { return m_noCase ? key.HashNoCase() : key.Hash(); }
+    uint32_t HashKey(const QVString& key) const override { return m_noCase ? key.HashNoCase() : key.Hash(); }
     bool KeysEqual(const QVString& a, const QVString& b) const override
     {
         return m_noCase ? a.CompareNoCase(b) == 0 : a == b;

@@ -103,6 +103,14 @@ QVString QVString::FromStatic(const QVStringData* data) noexcept
     return result;
 }
 
+QVString QVString::Attach(QVStringData* data) noexcept
+{
+    QVString result;
+    if (data)
+        result.m_chars = data->Chars();
+    return result;
+}
+
 void QVString::PrepareWrite(int32_t length)
 {
     QVStringData* data = Data();

@@ -16,6 +16,7 @@
 #include "core/QVStringManager.h"
 
 class QVString;
+class QVStringArray;  // core/QVStringArray.h, needed where Split is called
 
 // Flags of QVString::FromDouble.
 inline constexpr uint32_t QVNUMBER_POINT = 1;  // always ".", never the locale's mark
@@ -81,6 +82,9 @@ public:
 
     // A QVString over a static buffer (see u"..."_qv); shares it for good.
     static QVString FromStatic(const QVStringData* data) noexcept;
+    // Takes over one reference to a buffer, which may belong to another
+    // module's manager; that manager frees it.
+    static QVString Attach(QVStringData* data) noexcept;
 
     // The operating system's border and 8-bit text.
     static QVString FromUTF8(std::string_view text);
@@ -145,6 +149,9 @@ public:
     int32_t Replace(char16_t from, char16_t to);
     int32_t Replace(std::u16string_view from, std::u16string_view to);
     int32_t Remove(char16_t c);
+
+    // Pieces between each `separator` (see QVStringArray::Split).
+    QVStringArray Split(std::u16string_view separator, bool keepEmpty = true) const;
 
     QVString ToUpper() const { return QVString(*this).MakeUpper(); }
     QVString ToLower() const { return QVString(*this).MakeLower(); }

@@ -23,6 +23,11 @@ QVStringArray QVStringArray::Split(const QVString& text, std::u16string_view sep
     return pieces;
 }
 
+QVStringArray QVString::Split(std::u16string_view separator, bool keepEmpty) const
+{
+    return QVStringArray::Split(*this, separator, keepEmpty);
+}
+
 QVStringArray QVStringArray::SplitAny(const QVString& text, std::u16string_view separators, bool keepEmpty)
 {
     QVStringArray pieces;

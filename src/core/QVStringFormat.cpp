@@ -25,11 +25,11 @@ public:
 
 private:
     const QVFormatArg* NextArg() { return m_next != m_end ? m_next++ : nullptr; }
-    bool ReadSpecifier(const char16_t*& p, Specifier& spec);
+    bool ReadSpecifier(const char16_t*& p, Specifier& specifier);
     bool ReadCount(const char16_t*& p, int& count);
-    bool WriteArg(QVString& out, const Specifier& spec, const QVFormatArg* arg);
-    static void WriteNumber(QVString& out, const Specifier& spec, const char* length, const QVFormatArg& arg);
-    static void WriteText(QVString& out, const Specifier& spec, const QVString& text);
+    bool WriteArg(QVString& out, const Specifier& specifier, const QVFormatArg* arg);
+    static void WriteNumber(QVString& out, const Specifier& specifier, const char* length, const QVFormatArg& arg);
+    static void WriteText(QVString& out, const Specifier& specifier, const QVString& text);
 
     const char16_t* m_format;
     const QVFormatArg* m_next;
@@ -93,20 +93,20 @@ bool Formatter::ReadCount(const char16_t*& p, int& count)
 
 // Flags, width, precision and length modifiers, which only the platform's
 // printf would need: all arguments arrive at their full width here.
-bool Formatter::ReadSpecifier(const char16_t*& p, Specifier& spec)
+bool Formatter::ReadSpecifier(const char16_t*& p, Specifier& specifier)
 {
     for (; *p == u'-' || *p == u'+' || *p == u' ' || *p == u'#' || *p == u'0'; ++p)
-        spec.flags += static_cast<char>(*p);
-    if (!ReadCount(p, spec.width))
+        specifier.flags += static_cast<char>(*p);
+    if (!ReadCount(p, specifier.width))
         return false;
-    if (spec.width < -1) {  // a negative width from '*' means left-aligned
-        spec.flags += '-';
-        spec.width = -spec.width;
+    if (specifier.width < -1) {  // a negative width from '*' means left-aligned
+        specifier.flags += '-';
+        specifier.width = -specifier.width;
     }
     if (*p == u'.') {
         ++p;
-        spec.precision = 0;
-        if (!ReadCount(p, spec.precision))
+        specifier.precision = 0;
+        if (!ReadCount(p, specifier.precision))
             return false;
     }
     while (*p == u'h' || *p == u'l' || *p == u'L' || *p == u'z' || *p == u'j' || *p == u't' || *p == u'w' || *p == u'q')
@@ -115,28 +115,31 @@ bool Formatter::ReadSpecifier(const char16_t*& p, Specifier& spec)
         p += 3;
     else if (*p == u'I')
         ++p;
-    spec.conversion = *p;
+    specifier.conversion = *p;
     if (*p)
         ++p;
     return true;
 }
 
-void Formatter::WriteNumber(QVString& out, const Specifier& spec, const char* length, const QVFormatArg& arg)
+void Formatter::WriteNumber(QVString& out, const Specifier& specifier, const char* length, const QVFormatArg& arg)
 {
-    std::string pattern = "%" + spec.flags;
-    if (spec.width >= 0)
-        pattern += std::to_string(spec.width);
-    if (spec.precision >= 0)
-        pattern += "." + std::to_string(spec.precision);
+    std::string pattern(1, '%');
+    pattern += specifier.flags;
+    if (specifier.width >= 0)
+        pattern += std::to_string(specifier.width);
+    if (specifier.precision >= 0) {
+        pattern += '.';
+        pattern += std::to_string(specifier.precision);
+    }
     pattern += length;
-    pattern += static_cast<char>(spec.conversion);
+    pattern += static_cast<char>(specifier.conversion);
     const char* text = pattern.c_str();
     std::string buffer(64, '\0');
     for (;;) {
         int written = 0;
         if (*length == 'L')
             written = std::snprintf(buffer.data(), buffer.size(), text, static_cast<long double>(AsDouble(arg)));
-        else if (spec.conversion == u'p')
+        else if (specifier.conversion == u'p')
             written = std::snprintf(buffer.data(), buffer.size(), text, arg.GetPointer());
         else
             written = std::snprintf(buffer.data(), buffer.size(), text, static_cast<long long>(AsInt(arg)));
@@ -152,13 +155,13 @@ void Formatter::WriteNumber(QVString& out, const Specifier& spec, const char* le
         out += static_cast<char16_t>(static_cast<unsigned char>(c));
 }
 
-void Formatter::WriteText(QVString& out, const Specifier& spec, const QVString& text)
+void Formatter::WriteText(QVString& out, const Specifier& specifier, const QVString& text)
 {
     int32_t count = text.GetLength();
-    if (spec.precision >= 0 && spec.precision < count)
-        count = spec.precision;
-    const bool left = spec.flags.find('-') != std::string::npos;
-    const int32_t pad = spec.width > count ? spec.width - count : 0;
+    if (specifier.precision >= 0 && specifier.precision < count)
+        count = specifier.precision;
+    const bool left = specifier.flags.find('-') != std::string::npos;
+    const int32_t pad = specifier.width > count ? specifier.width - count : 0;
     if (!left)
         out += QVString(u' ', pad);
     out.Append(text.c_str(), count);
@@ -166,9 +169,9 @@ void Formatter::WriteText(QVString& out, const Specifier& spec, const QVString& 
         out += QVString(u' ', pad);
 }
 
-bool Formatter::WriteArg(QVString& out, const Specifier& spec, const QVFormatArg* arg)
+bool Formatter::WriteArg(QVString& out, const Specifier& specifier, const QVFormatArg* arg)
 {
-    switch (spec.conversion) {
+    switch (specifier.conversion) {
     case u'd':
     case u'i':
     case u'u':
@@ -177,7 +180,7 @@ bool Formatter::WriteArg(QVString& out, const Specifier& spec, const QVFormatArg
     case u'o':
         if (!arg || !IsNumberKind(*arg))
             return false;
-        WriteNumber(out, spec, "ll", *arg);
+        WriteNumber(out, specifier, "ll", *arg);
         return true;
     case u'f':
     case u'F':
@@ -189,27 +192,27 @@ bool Formatter::WriteArg(QVString& out, const Specifier& spec, const QVFormatArg
     case u'A':
         if (!arg || !IsNumberKind(*arg))
             return false;
-        WriteNumber(out, spec, "L", *arg);
+        WriteNumber(out, specifier, "L", *arg);
         return true;
     case u'c':
     case u'C':
         if (!arg || !IsIntegerKind(*arg))
             return false;
-        WriteText(out, spec, QVString(static_cast<char16_t>(AsInt(*arg)), 1));
+        WriteText(out, specifier, QVString(static_cast<char16_t>(AsInt(*arg)), 1));
         return true;
     case u's':
     case u'S':
         if (!arg || !IsTextKind(*arg))
             return false;
         if (arg->GetKind() == QVFormatArg::KIND_UTF8)
-            WriteText(out, spec, QVString::FromUTF8(arg->GetUTF8() ? arg->GetUTF8() : "(null)"));
+            WriteText(out, specifier, QVString::FromUTF8(arg->GetUTF8() ? arg->GetUTF8() : "(null)"));
         else
-            WriteText(out, spec, QVString(arg->GetText() ? arg->GetText() : u"(null)"));
+            WriteText(out, specifier, QVString(arg->GetText() ? arg->GetText() : u"(null)"));
         return true;
     case u'p':
         if (!arg || arg->GetKind() != QVFormatArg::KIND_POINTER)
             return false;
-        WriteNumber(out, spec, "", *arg);
+        WriteNumber(out, specifier, "", *arg);
         return true;
     default:
         return false;  // unknown conversions, and %n, which is never honoured
@@ -233,11 +236,11 @@ bool Formatter::Run(QVString& out)
             continue;
         }
         const char16_t* start = p++;
-        Specifier spec;
-        const bool read = ReadSpecifier(p, spec);
-        const bool takesArg = spec.conversion != 0;
+        Specifier specifier;
+        const bool read = ReadSpecifier(p, specifier);
+        const bool takesArg = specifier.conversion != 0;
         const QVFormatArg* arg = read && takesArg ? NextArg() : nullptr;
-        if (!read || !WriteArg(out, spec, arg)) {
+        if (!read || !WriteArg(out, specifier, arg)) {
             out.Append(start, static_cast<int32_t>(p - start));  // shown as written
             ok = false;
         }

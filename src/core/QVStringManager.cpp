@@ -7,6 +7,7 @@
 #include <cwctype>
 #include <locale.h>
 #include <new>
+#include <type_traits>
 
 constinit QVStringGlobals g_qvStringGlobals;
 
@@ -211,3 +212,6 @@ void QVStringGlobals::ReleasePool()
     }
     m_pooledCount = 0;
 }
+
+static_assert(std::is_trivially_destructible_v<QVStringGlobals>,
+              "the manager must outlive every string, including those of static destructors");

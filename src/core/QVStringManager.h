@@ -118,6 +118,9 @@ private:
         char16_t chars[4];
     };
 
+    // A plain mutex, not a recursive one: the pool never locks twice, and it
+    // keeps the whole object constant-initialised and trivially destroyed, so
+    // strings work in static constructors and destructors of any order.
     std::mutex m_poolLock;
     QVStringData* m_pool[QVSTRING_POOL_SLOTS] = {};
     int32_t m_pooledCount = 0;

@@ -205,6 +205,7 @@ TEST(QVArrayTest, StringArraysSplitJoinAndSort)
     EXPECT_TRUE(pieces[1].IsEmpty());
     EXPECT_EQ(pieces.Join(u","), text);
     EXPECT_EQ(QVStringArray::Split(text, u",", false).GetCount(), 3);
+    EXPECT_EQ(text.Split(u",,").Join(u"|"), u"a|b,c");
     EXPECT_EQ(QVStringArray::Split(QVString(u"x::y::"), u"::").GetCount(), 3);
     EXPECT_EQ(QVStringArray::SplitAny(QVString(u"1 2\t3"), u" \t").Join(u"+"), u"1+2+3");
     EXPECT_EQ(QVStringArray::Split(QVString(), u",").GetCount(), 1);

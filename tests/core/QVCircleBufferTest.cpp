@@ -84,7 +84,8 @@ TEST(QVCircleBufferTest, LockLetsTwoWritersShareTheRing)
             }
             std::memcpy(a, record, aSize);
             std::this_thread::yield();  // widen the window another writer would race into
-            std::memcpy(b, record + aSize, bSize);
+            if (bSize > 0)
+                std::memcpy(b, record + aSize, bSize);
             ring.Commit(4);
             ++sequence;
         }

@@ -11,6 +11,37 @@ namespace {
 
 int32_t References(const QVString& s) { return s.GetData()->references.load(); }
 
+// The string manager of another module: its buffers must never be shared here.
+class ForeignManager final : public IQVStringManager {
+public:
+    int freed = 0;
+    QVStringData* Allocate(int32_t length, bool) override
+    {
+        auto* data = static_cast<QVStringData*>(::operator new(sizeof(QVStringData) + (length + 1) * sizeof(char16_t)));
+        data->manager = this;
+        data->length = length;
+        data->capacity = length + 1;
+        new (&data->references) std::atomic<int32_t>(1);
+        data->Chars()[length] = 0;
+        return data;
+    }
+    void Free(QVStringData* buffer) override
+    {
+        ++freed;
+        ::operator delete(buffer);
+    }
+    QVStringData* Grow(QVStringData* buffer, int32_t) override { return buffer; }
+    QVStringData* GrowExact(QVStringData* buffer, int32_t) override { return buffer; }
+    QVStringData* Reallocate(QVStringData* buffer, int32_t, bool) override { return buffer; }
+    QVStringData* Create(const char16_t* chars, int32_t length, int32_t, uint32_t) override
+    {
+        QVStringData* data = Allocate(length, false);
+        std::memcpy(data->Chars(), chars, length * sizeof(char16_t));
+        return data;
+    }
+    QVStringData* GetEmpty() override { return nullptr; }
+};
+
 }  // namespace
 
 TEST(QVStringTest, HeaderLiesInFrontOfTheCharacters)
@@ -106,6 +137,26 @@ TEST(QVStringTest, LockedBufferIsNeverShared)
     EXPECT_EQ(copy, u"abc");
 }
 
+TEST(QVStringTest, ForeignBuffersAreCopiedByCharacters)
+{
+    ForeignManager foreign;
+    {
+        QVString received = QVString::Attach(foreign.Create(u"from the host", 13, 0, 0));
+        QVString copy = received;
+        EXPECT_NE(copy.c_str(), received.c_str());
+        EXPECT_EQ(copy, u"from the host");
+        EXPECT_EQ(copy.GetData()->manager, QVGetStringManager());
+        EXPECT_EQ(References(received), 1);
+        // Writing to it makes a private buffer of this module, and the
+        // foreign one goes back to its own manager.
+        received += u'!';
+        EXPECT_EQ(received.GetData()->manager, QVGetStringManager());
+        EXPECT_EQ(foreign.freed, 1);
+        QVString another = QVString::Attach(foreign.Create(u"x", 1, 0, 0));
+    }
+    EXPECT_EQ(foreign.freed, 2);
+}
+
 TEST(QVStringTest, CountsAreSafeAcrossThreads)
 {
     const QVString shared(u"handed between threads");
@@ -152,6 +203,22 @@ TEST(QVStringTest, PoolReusesTheClosestBuffer)
         QVString s(u'x', 19);
         EXPECT_EQ(s.c_str(), closest);
         EXPECT_EQ(s.GetData()->capacity, 21);
+    }
+
+    // A surplus below 16 ends the search: of 31 and then 21 characters, a
+    // request for 21 takes the 31 found first.
+    globals.ReleasePool();
+    const char16_t* firstGoodFit;
+    {
+        QVString a(u'a', 30);
+        QVString b(u'b', 20);
+        firstGoodFit = a.c_str();
+        a.Empty();  // slot 0
+    }
+    EXPECT_EQ(globals.GetPooledCount(), 2);
+    {
+        QVString s(u'x', 20);
+        EXPECT_EQ(s.c_str(), firstGoodFit);
     }
 
     // Long buffers are really freed, and a full pool frees the rest.
