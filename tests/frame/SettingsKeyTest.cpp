@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/VirtualSlot.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -57,21 +59,6 @@ protected:
 
 const char16_t* const kLegacyPath = u"Plugins\\DSP\\QM DSP";
 
-// The slot of a virtual operation, read from its member pointer as the Itanium
-// C++ ABI lays it out: 1 + the byte offset in the table. The virtual
-// destructor takes slots 0 and 1, so operation N of the table sits in slot N.
-template <typename MemberPointer>
-int64_t Slot(MemberPointer member)
-{
-    struct
-    {
-        uintptr_t pointer;
-        ptrdiff_t adjustment;
-    } raw;
-    static_assert(sizeof(raw) == sizeof(member));
-    std::memcpy(&raw, &member, sizeof(raw));
-    return static_cast<int64_t>((raw.pointer - 1) / sizeof(void*));
-}
 
 }  // namespace
 
@@ -245,17 +232,17 @@ TEST(BuiltinToolsSettings, KeysOpenInTheFileOfTheEnvironment)
 
 TEST(SettingsKeyLayout, OperationsKeepTheirPlaces)
 {
-    EXPECT_EQ(Slot(&IQVSettingsKey::ReadBinary), 2);
-    EXPECT_EQ(Slot(&IQVSettingsKey::ReadInt), 3);
-    EXPECT_EQ(Slot(&IQVSettingsKey::ReadString), 4);
-    EXPECT_EQ(Slot(&IQVSettingsKey::WriteBinary), 5);
-    EXPECT_EQ(Slot(&IQVSettingsKey::WriteInt), 6);
-    EXPECT_EQ(Slot(&IQVSettingsKey::WriteString), 7);
-    EXPECT_EQ(Slot(&IQVSettingsKey::DeleteValue), 10);
-    EXPECT_EQ(Slot(&IQVSettingsKey::DeleteAllValues), 11);
-    EXPECT_EQ(Slot(&IQVSettingsKey::DeleteSubkey), 12);
-    EXPECT_EQ(Slot(&IQVSettingsKey::EnumValueName), 13);
-    EXPECT_EQ(Slot(&IQVSettingsKey::GetZoneValueName), 16);
-    EXPECT_EQ(Slot(&IQVSettingsKey::EnumSubkeyName), 17);
-    EXPECT_EQ(Slot(&IQVSettingsKey::GetValueType), 18);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::ReadBinary), 2);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::ReadInt), 3);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::ReadString), 4);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::WriteBinary), 5);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::WriteInt), 6);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::WriteString), 7);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::DeleteValue), 10);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::DeleteAllValues), 11);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::DeleteSubkey), 12);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::EnumValueName), 13);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::GetZoneValueName), 16);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::EnumSubkeyName), 17);
+    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::GetValueType), 18);
 }
