@@ -85,3 +85,12 @@ void SetQVTools(IQVTools* tools);
 void QVTranslate(QVString& text);
 QVString QVTranslated(const char16_t* text);
 IQVLogger* QVGetLogger();
+
+// Writes one log line under `heading` ("QVThread::Stop"); the text is formatted
+// only when a logger takes lines of this level, so a missing logger costs a test.
+template <typename... Args>
+void QVLog(int32_t level, const char16_t* heading, const char16_t* format, const Args&... args) {
+  IQVLogger* logger = QVGetLogger();
+  if (logger == nullptr || logger->GetLevel() < level) return;
+  logger->Log(level, QVString(heading), QVString::Format(format, args...));
+}

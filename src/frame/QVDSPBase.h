@@ -17,8 +17,9 @@ class QVDSPBase : public IQVDSP {
   int32_t GetInfo(int32_t kind, char16_t* text) override;
   int32_t SetOption(int32_t kind) override;
 
-  // Pure, with defaults a plug-in can call: Flush does nothing, SetFormat is
-  // StoreFormat into the plug-in's own record, ProcessBlock hands the block on.
+  // Pure, with defaults a plug-in can call: Flush does nothing, ProcessBlock
+  // hands the block on. SetFormat begins with StoreFormat into the plug-in's
+  // own record, which the base does not hold.
   int32_t Flush() override = 0;
   int32_t SetFormat(const CAudioFormat& format) override = 0;
   int64_t Command(int32_t kind, void* arg, uint64_t* out) override = 0;
