@@ -9,18 +9,8 @@ namespace BiquadFile
 namespace
 {
 // A biquad file is a few hundred bytes; only its beginning can matter, so a
-// huge file name typed by mistake is not pulled into memory whole.
+// huge file chosen by mistake is not pulled into memory whole.
 constexpr std::streamsize MaxFileBytes = 1 << 20;
-
-enum RowIndex
-{
-    A0,
-    A1,
-    A2,
-    B0,
-    B1,
-    B2
-};
 
 char16_t FoldAscii(char16_t c)
 {
@@ -75,19 +65,22 @@ int CoefficientIndex(std::u16string_view line)
     return -1;
 }
 
-// TEMPORARY until QVString::ToDouble is merged.
-double LenientNumber(std::u16string_view text)
+// The bytes of a file, or nothing when it cannot be read.
+std::vector<uint8_t> ReadBytes(const QVString& path)
 {
-    std::string narrow;
-    for (char16_t c : text)
-        narrow += c == u',' ? '.' : static_cast<char>(c);
-    return std::strtod(narrow.c_str(), nullptr);
+    std::ifstream file(path.ToUTF8(), std::ios::binary);
+    if (!file)
+        return {};
+    std::vector<uint8_t> bytes(MaxFileBytes);
+    file.read(reinterpret_cast<char*>(bytes.data()), MaxFileBytes);
+    bytes.resize(static_cast<size_t>(file.gcount()));
+    return bytes;
 }
 }  // namespace
 
-int32_t ParseText(const std::u16string& text, double (*rows)[6])
+int32_t ParseText(const QVString& text, double (*rows)[6])
 {
-    const std::vector<std::u16string_view> lines = SplitLines(text);
+    const std::vector<std::u16string_view> lines = SplitLines(text.View());
     size_t current = 0;
     int32_t sections = 0;
     for (int32_t k = 1; k <= MaxSections; ++k)
@@ -102,26 +95,19 @@ int32_t ParseText(const std::u16string& text, double (*rows)[6])
             const int index = CoefficientIndex(lines[current]);
             if (index < 0)
                 break;
-            row[index] = LenientNumber(lines[current].substr(3));
+            // The number ends at the line end at the latest: neither CR, LF
+            // nor the final NUL belongs to a number.
+            row[index] = QVString::ToDouble(lines[current].data() + 3);
         }
     }
     return sections;
 }
 
-int32_t ReadFile(const std::u16string& path, double (*rows)[6])
+int32_t ReadFile(const QVString& path, double (*rows)[6])
 {
-    // TEMPORARY: ASCII path, UTF-8 only, until QVString and QVDecodeText are merged.
-    std::string narrowPath(path.begin(), path.end());
-    std::ifstream file(narrowPath, std::ios::binary);
-    if (!file)
+    if (path.IsEmpty())
         return 0;
-    std::vector<char> bytes(MaxFileBytes);
-    file.read(bytes.data(), MaxFileBytes);
-    bytes.resize(static_cast<size_t>(file.gcount()));
-    std::u16string text;
-    size_t start = bytes.size() >= 3 && bytes[0] == '\xEF' && bytes[1] == '\xBB' && bytes[2] == '\xBF' ? 3 : 0;
-    for (size_t i = start; i < bytes.size(); ++i)
-        text += static_cast<char16_t>(static_cast<unsigned char>(bytes[i]));
-    return ParseText(text, rows);
+    const std::vector<uint8_t> bytes = ReadBytes(path);
+    return ParseText(QVDecodeText(bytes.data(), bytes.size()), rows);
 }
 }  // namespace BiquadFile

@@ -38,22 +38,6 @@ constexpr double FixedTable[4][6] = {
     {1.0, -1.912458, 0.935593, 1.0, -1.9638172195444934, 0.984217182726433},
 };
 
-// TEMPORARY until QVString::CompareNoCase is merged.
-bool EqualNoCase(const std::u16string& a, const std::u16string& b)
-{
-    if (a.size() != b.size())
-        return false;
-    for (size_t i = 0; i < a.size(); ++i)
-    {
-        char16_t x = a[i], y = b[i];
-        if (x >= u'A' && x <= u'Z') x += 32;
-        if (y >= u'A' && y <= u'Z') y += 32;
-        if (x != y)
-            return false;
-    }
-    return true;
-}
-
 bool InRange(double value, double low, double high)
 {
     return value >= low && value <= high;
@@ -145,14 +129,14 @@ void KWeightingRows(double* shelf, double* highPass, double sampleRate)
 }  // namespace
 
 bool CIIRFilter::SameParameters(int newKind, double newSampleRate, double newFrequency, double newGain,
-                                double newQ, const std::u16string& newCustomFile) const
+                                double newQ, const QVString& newCustomFile) const
 {
     return kind == newKind && sampleRate == newSampleRate && frequency == newFrequency && gain == newGain &&
-           q == newQ && EqualNoCase(customFile, newCustomFile);
+           q == newQ && customFile.CompareNoCase(newCustomFile) == 0;
 }
 
 bool CIIRFilter::Design(int newKind, double newSampleRate, double newFrequency, double newGain, double newQ,
-                        bool /*flag*/, const std::u16string& newCustomFile)
+                        bool /*flag*/, const QVString& newCustomFile)
 {
     // Owners call this every block: unchanged parameters must keep the state,
     // or every block boundary would click.

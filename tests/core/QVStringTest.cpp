@@ -223,3 +223,109 @@ TEST(QVStringTest, DecodeTextFollowsTheByteOrderMark)
     EXPECT_TRUE(QVDecodeText(onlyMark, sizeof(onlyMark)).IsEmpty());
     EXPECT_TRUE(QVDecodeText(nullptr, 5).IsEmpty());
 }
+
+TEST(QVStringTest, CaseBlindCompareCoversTheWholeTable)
+{
+    // Lower case by the Latin-1 rules, worked out apart from the tables.
+    auto expectedLower = [](int c) {
+        const bool upper = (c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7);
+        return upper ? c + 32 : c;
+    };
+    for (int a = 1; a < 256; ++a) {
+        const char16_t left[] = {static_cast<char16_t>(a), 0};
+        for (int b = 1; b < 256; ++b) {
+            const char16_t right[] = {static_cast<char16_t>(b), 0};
+            ASSERT_EQ(QVString::CompareNoCase(left, right), expectedLower(a) - expectedLower(b)) << a << " " << b;
+        }
+    }
+    // Beyond the table, the platform's wide conversion.
+    EXPECT_EQ(QVString(u"\x0100\x03A3\x0414").CompareNoCase(u"\x0101\x03C3\x0434"), 0);
+    EXPECT_EQ(QVString(u"STRASSE").CompareNoCase(u"strasse"), 0);
+    EXPECT_LT(QVString(u"abc").CompareNoCase(u"ABCD"), 0);
+    EXPECT_EQ(QVString(u"abcd").CompareNoCase(u"ABC"), 'd');
+    EXPECT_EQ(QVString(u"a").CompareNoCase(u"B"), -1);
+    EXPECT_EQ(QVString(u"\xD7").CompareNoCase(u"\xF7"), 0xD7 - 0xF7);  // times and divide are no letters
+    EXPECT_EQ(QVString(u"\xFF").ToUpper(), u"\x0178");
+    EXPECT_EQ(QVString(u"\xB5").ToUpper(), u"\x039C");
+    EXPECT_EQ(QVString(u"\xC9t\xC9").ToLower(), u"\xE9t\xE9");
+    EXPECT_EQ(QVString(u"\x0436").ToUpper(), u"\x0416");
+
+    // Ordinary compare: difference of the first differing characters.
+    EXPECT_EQ(QVString(u"abc").Compare(u"abd"), -1);
+    EXPECT_EQ(QVString(u"abc").Compare(u"ab"), 'c');
+    EXPECT_TRUE(QVString(u"a") < QVString(u"b"));
+    EXPECT_TRUE(QVString(u"B") < QVString(u"a"));
+    EXPECT_TRUE(QVString(u"x") != u"y");
+}
+
+TEST(QVStringTest, HashesMultiplyBy65599)
+{
+    EXPECT_EQ(QVString(u"ab").Hash(), 97u * 65599u + 98u);
+    EXPECT_EQ(QVString().Hash(), 0u);
+    EXPECT_EQ(QVString::Hash(nullptr), 0u);
+    uint32_t expected = 0;
+    for (char16_t c : std::u16string_view(u"Room Correction"))
+        expected = expected * 65599u + c;  // wraps in 32 bits
+    EXPECT_EQ(QVString(u"Room Correction").Hash(), expected);
+    EXPECT_EQ(QVString(u"AB\xC9").HashNoCase(), QVString(u"ab\xE9").Hash());
+}
+
+TEST(QVStringTest, OrdinaryMembers)
+{
+    const QVString s(u"Left Right Left");
+    EXPECT_EQ(s.Find(u'R'), 5);
+    EXPECT_EQ(s.Find(u"Left"), 0);
+    EXPECT_EQ(s.Find(u"Left", 1), 11);
+    EXPECT_EQ(s.Find(u"left"), -1);
+    EXPECT_EQ(s.FindNoCase(u"left", 1), 11);
+    EXPECT_EQ(s.Find(u'z'), -1);
+    EXPECT_EQ(s.Find(u"t", 100), -1);
+    EXPECT_EQ(s.ReverseFind(u'L'), 11);
+    EXPECT_EQ(s.ReverseFind(u"Right"), 5);
+    EXPECT_EQ(s.FindOneOf(u"gh"), 7);
+    EXPECT_EQ(s.Mid(5, 5), u"Right");
+    EXPECT_EQ(s.Mid(11), u"Left");
+    EXPECT_EQ(s.Mid(11, 100), u"Left");
+    EXPECT_EQ(s.Mid(-3, 4), u"Left");
+    EXPECT_TRUE(s.Mid(20).IsEmpty());
+    EXPECT_EQ(s.Mid(0).c_str(), s.c_str());  // the whole string is shared, not copied
+    EXPECT_EQ(s.Left(4), u"Left");
+    EXPECT_EQ(s.Right(4), u"Left");
+    EXPECT_TRUE(s.Left(-1).IsEmpty());
+    EXPECT_EQ(s.Right(99), s);
+    EXPECT_TRUE(s.StartsWith(u"left", true));
+    EXPECT_FALSE(s.StartsWith(u"left"));
+    EXPECT_TRUE(s.EndsWith(u"Left"));
+
+    QVString t(u" \t padded \r\n");
+    EXPECT_EQ(t.Trim(), u"padded");
+    QVString u(u"--x--");
+    EXPECT_EQ(u.TrimLeft(u"-"), u"x--");
+    EXPECT_EQ(u.TrimRight(u"-"), u"x");
+    QVString blank(u"   ");
+    EXPECT_TRUE(blank.Trim().IsEmpty());
+
+    QVString r(u"a,b,,c");
+    EXPECT_EQ(r.Replace(u",", u";;"), 3);
+    EXPECT_EQ(r, u"a;;b;;;;c");
+    EXPECT_EQ(r.Replace(u';', u':'), 6);
+    EXPECT_EQ(r.Remove(u':'), 6);
+    EXPECT_EQ(r, u"abc");
+    EXPECT_EQ(r.Replace(u"zz", u"y"), 0);
+    EXPECT_EQ(r.Insert(1, u"XY"), 5);
+    EXPECT_EQ(r, u"aXYbc");
+    EXPECT_EQ(r.Delete(1, 2), 3);
+    EXPECT_EQ(r, u"abc");
+    r.Append(r.c_str() + 1, 2);  // appending a piece of itself
+    EXPECT_EQ(r, u"abcbc");
+
+    QVString sum = QVString(u"a") + u"b" + QVString(u"c") + u'd';
+    EXPECT_EQ(sum, u"abcd");
+    EXPECT_EQ(u"x" + sum, u"xabcd");
+    QVString grown;
+    for (int i = 0; i < 2000; ++i)
+        grown += static_cast<char16_t>(u'a' + i % 26);
+    EXPECT_EQ(grown.GetLength(), 2000);
+    EXPECT_EQ(grown[1999], u'a' + 1999 % 26);
+    EXPECT_EQ(grown.c_str()[2000], 0);
+}

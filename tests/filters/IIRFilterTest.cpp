@@ -13,7 +13,7 @@ namespace
 {
 constexpr double Pi = 3.141592653589793;
 constexpr double Butterworth = 0.7071067811865476;
-const std::u16string NoFile;
+const QVString NoFile;
 
 // H(e^jw) from the stored coefficients alone, as the packing describes them.
 std::complex<double> Response(const CIIRFilter& f, double hz)
