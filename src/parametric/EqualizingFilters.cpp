@@ -27,10 +27,6 @@ int32_t PassKindBySlope(double slope, int32_t kind6)
     return kind6;
 }
 
-std::u16string DesignFileName(const QVString& name)
-{
-    return std::u16string(name.c_str(), static_cast<size_t>(name.GetLength()));
-}
 }  // namespace
 
 double ShelfQFromSlope(double slope, double gainDb)
@@ -130,7 +126,7 @@ void CParametricIIRFilter::Process(double* samples, int32_t frames, const CAudio
     if (type == PARAMETRIC_PEAK && gain == 0.0)
         return;  // a flat peak costs nothing and keeps no history
     const double designGain = (type == PARAMETRIC_LOWPASS || type == PARAMETRIC_HIGHPASS) ? 0.0 : gain;
-    const std::u16string file = allChannels ? std::u16string() : DesignFileName(customFile);
+    const QVString file = allChannels ? QVString() : customFile;
     const double rate = static_cast<double>(format->sampleRate);
 
     // Channels of one filter are independent, so they run side by side in one

@@ -267,7 +267,7 @@ void CParametricSubwooferLimiterFilter::Prepare(const CAudioFormat& format)
     limiter.levelDb = std::max(level, LEVEL_FLOOR_DB);
     limiter.limit = FactorFromDb(level);
     limiter.split.Design(IIR_LOWPASS_24, static_cast<double>(format.sampleRate), SPLIT_FREQUENCY_HZ, 0.0,
-                         BUTTERWORTH_Q, true, std::u16string());
+                         BUTTERWORTH_Q, true, QVString());
     limiter.active = false;
     const double step = 10.0 / static_cast<double>(CountedSamples(format, RECOVERY_MS));
     limiter.lowStep = step;
