@@ -4,6 +4,7 @@
 #include "frame/SiblingModules.h"
 #include "output/AdaptiveVolume.h"
 #include "output/VolumeLeveling.h"
+#include "parametric/ParametricEqualizerPlugin.h"
 
 // Indices whose plug-in is not part of this build yet answer null, like an
 // unknown index.
@@ -12,6 +13,10 @@ IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unli
   switch (index) {
     case DSPPLUGIN_VOLUME_LEVELING:
       return new CVolumeLevelingDSPPlugin(host, zone);
+    case DSPPLUGIN_PARAMETRIC_EQUALIZER:
+      return new CParametricEqualizerDSPPlugin(host, zone, 0);
+    case DSPPLUGIN_PARAMETRIC_EQUALIZER_2:
+      return new CParametricEqualizerDSPPlugin(host, zone, 1);
     case DSPPLUGIN_ADAPTIVE_VOLUME:
       return new CAdaptiveVolumeDSPPlugin(host, zone);
     case DSPPLUGIN_TUBE_AMPLIFIER:
