@@ -132,7 +132,7 @@ private:
         entry->start = static_cast<uint32_t>(i);
         entry->tagLengths = qvxml::PackTagLengths(tagLength, 0);
         entry->flags = (empty ? (FLAG_EMPTY | FLAG_ENDED) : 0) | qvxml::PackDepth(open.size() + 1);
-        entry->length = empty ? tagLength : 0;
+        entry->length = tagLength;  // grows when the element closes
         xml.AppendChild(parent, element);
         if (!empty)
             open.push_back(element);

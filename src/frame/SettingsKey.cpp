@@ -1,5 +1,6 @@
 #include "frame/SettingsKey.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -124,15 +125,15 @@ QVString CZoneSettingsKey::ReadString(const QVString& name, const QVString& defa
 bool CZoneSettingsKey::ReadSettingsBlob(void* data, int32_t& size)
 {
     const auto readFrom = [&](IQVSettingsKey* key, const QVString& name, int32_t storeZone) {
-        CSettingsBuffer buffer;
+        QVDllBuffer buffer;
         if (key == nullptr || !key->ReadBinary(name.c_str(), &buffer, storeZone))
             return false;
         // A longer value is some other record: leave the caller's buffer alone.
-        if (buffer.GetSize() > size)
+        if (buffer.GetSize() > static_cast<size_t>(std::max(size, 0)))
             return false;
         if (buffer.GetSize() > 0)
-            std::memcpy(data, buffer.GetData(), static_cast<size_t>(buffer.GetSize()));
-        size = buffer.GetSize();
+            std::memcpy(data, buffer.GetData(), buffer.GetSize());
+        size = static_cast<int32_t>(buffer.GetSize());
         return true;
     };
     return readFrom(zoneKey.get(), u"Settings", 0) ||

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/QVDllString.h"
 #include "core/QVString.h"
 
 // Text handed out across the store's interface. The store allocates it; the
@@ -16,29 +17,6 @@ using QVSystemString = char16_t*;
 QVSystemString QVAllocSystemString(std::u16string_view text);
 void QVFreeSystemString(QVSystemString text);
 QVString QVTakeSystemString(QVSystemString& text);
-
-// Receives the bytes of a binary value; the store sizes it.
-class IQVSettingsBuffer
-{
-public:
-    virtual void Assign(const uint8_t* data, int32_t size) = 0;
-    virtual const uint8_t* GetData() const = 0;
-    virtual int32_t GetSize() const = 0;
-
-protected:
-    ~IQVSettingsBuffer() = default;
-};
-
-class CSettingsBuffer : public IQVSettingsBuffer
-{
-public:
-    void Assign(const uint8_t* data, int32_t size) override { bytes.assign(data, data + size); }
-    const uint8_t* GetData() const override { return bytes.data(); }
-    int32_t GetSize() const override { return static_cast<int32_t>(bytes.size()); }
-
-private:
-    std::vector<uint8_t> bytes;
-};
 
 // Types of stored values, as GetValueType answers them.
 enum ESettingsValueType : int32_t
@@ -60,7 +38,7 @@ class IQVSettingsKey
 public:
     virtual ~IQVSettingsKey() = default;  // 1
     // 2: true if a binary value was found; the buffer then holds its bytes.
-    virtual bool ReadBinary(const char16_t* name, IQVSettingsBuffer* buffer, int32_t zone, int32_t reserved = 0) = 0;
+    virtual bool ReadBinary(const char16_t* name, IQVDllBuffer* buffer, int32_t zone, int32_t reserved = 0) = 0;
     // 3: the stored integer, or defaultValue.
     virtual int32_t ReadInt(const char16_t* name, int32_t defaultValue, int32_t zone, int32_t reserved = 0) = 0;
     // 4: *result receives the stored text, else defaultValue, else (when that

@@ -1,5 +1,7 @@
 #include "host/BuiltinTools.h"
 
+#include "host/SettingsStore.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -31,7 +33,9 @@ CBuiltinTools::CBuiltinTools(int32_t logLevel) : logger(logLevel) {}
 
 IQVLogger* CBuiltinTools::GetLogger(int32_t kind) { return logger.GetLevel() > 0 ? &logger : nullptr; }
 
-IQVSettingsKey* CBuiltinTools::GetPluginKeyObject(const QVString& path, bool systemScope) { return nullptr; }
+IQVSettingsKey* CBuiltinTools::GetPluginKeyObject(const QVString& path, bool systemScope) {
+  return OpenFileSettingsKey(path, systemScope);
+}
 
 CBuiltinTools& GetBuiltinTools() {
   // Never destroyed: plug-ins and loggers may still reach the tools while other

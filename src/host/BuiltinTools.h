@@ -1,6 +1,6 @@
 // The tools of a build without the host: a translator that leaves text as it
 // is, a logger to standard error, a scaler that keeps pixel values. Settings
-// keys come from the settings store once one is wired in; until then none open.
+// keys open in the JSON file of the settings store (host/SettingsStore.h).
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,7 @@
 #include "host/SettingsFile.h"
 
+#include "frame/IQVTools.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -110,11 +112,9 @@ private:
 
 }  // namespace
 
-void ReportSettingsProblem(const char* heading, const std::string& message)
+void ReportSettingsProblem(const char16_t* heading, const std::string& message)
 {
-    const char* level = std::getenv("QVDSP_LOG");
-    if (level != nullptr && std::atoi(level) >= 1)
-        std::fprintf(stderr, "%s: %s\n", heading, message.c_str());
+    QVLog(1, heading, u"%s", message);
 }
 
 CSettingsFile::CSettingsFile(std::string path) : path(std::move(path)) {}
@@ -209,7 +209,7 @@ bool CSettingsFile::Read(nlohmann::json& document) const
     std::string problem;
     if (Load(document, problem) != ELoad::Failed)
         return true;
-    ReportSettingsProblem("CSettingsFile::Read", problem + "; defaults are used");
+    ReportSettingsProblem(u"CSettingsFile::Read", problem + "; defaults are used");
     return false;
 }
 
@@ -273,21 +273,21 @@ bool CSettingsFile::Update(const std::function<bool(nlohmann::json&)>& change)
     std::string problem;
     if (!MakeFolders(ParentFolder(path)))
     {
-        ReportSettingsProblem("CSettingsFile::Update",
+        ReportSettingsProblem(u"CSettingsFile::Update",
                               "cannot create the folder of " + path + ": " + ErrnoText(errno));
         return false;
     }
     CFileLock lock(path + ".lock");
     if (!lock.IsHeld())
     {
-        ReportSettingsProblem("CSettingsFile::Update",
+        ReportSettingsProblem(u"CSettingsFile::Update",
                               "cannot lock " + path + ".lock: " + ErrnoText(errno));
         return false;
     }
     nlohmann::json document;
     if (Load(document, problem) == ELoad::Failed)
     {
-        ReportSettingsProblem("CSettingsFile::Update",
+        ReportSettingsProblem(u"CSettingsFile::Update",
                               problem + "; it is left as it is and the change is not saved");
         return false;
     }
@@ -295,7 +295,7 @@ bool CSettingsFile::Update(const std::function<bool(nlohmann::json&)>& change)
         return true;
     if (!WriteReplacing(document, problem))
     {
-        ReportSettingsProblem("CSettingsFile::Update", problem);
+        ReportSettingsProblem(u"CSettingsFile::Update", problem);
         return false;
     }
     return true;

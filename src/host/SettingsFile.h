@@ -52,4 +52,4 @@ private:
 };
 
 // Logs a failure of the settings store under the heading given.
-void ReportSettingsProblem(const char* heading, const std::string& message);
+void ReportSettingsProblem(const char16_t* heading, const std::string& message);

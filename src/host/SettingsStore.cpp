@@ -162,14 +162,14 @@ json CFileSettingsKey::ReadRawValue(const QVString& name)
     return ReadValue(name.c_str(), 0);
 }
 
-bool CFileSettingsKey::ReadBinary(const char16_t* name, IQVSettingsBuffer* buffer, int32_t zone, int32_t)
+bool CFileSettingsKey::ReadBinary(const char16_t* name, IQVDllBuffer* buffer, int32_t zone, int32_t)
 {
     const json value = ReadValue(name, zone);
     std::vector<uint8_t> bytes;
     if (!IsBinaryValue(value) || !BytesOf(value["binary"].get<std::string>(), bytes))
         return false;
     if (buffer != nullptr)
-        buffer->Assign(bytes.data(), static_cast<int32_t>(bytes.size()));
+        buffer->SetData(bytes.data(), bytes.size());
     return true;
 }
 
