@@ -286,52 +286,15 @@ namespace
 {
 constexpr char16_t LIST_FORMAT_VERSION[] = u"1";
 
-void AppendToken(QVString& text, const QVString& payload)
-{
-    text += QVString(u"(");
-    text += QVString::FromInt(payload.GetLength());
-    text += QVString(u":");
-    text += payload;
-    text += QVString(u")");
-}
-
-// A malformed token reads as empty and leaves `position` where it was.
-QVString ReadToken(const QVString& text, int32_t& position)
-{
-    const int32_t length = text.GetLength();
-    int32_t p = position;
-    if (p >= length || text[p] != u'(')
-        return QVString();
-    ++p;
-    int64_t count = 0;
-    const int32_t digitsStart = p;
-    while (p < length && text[p] != u':')
-    {
-        if (text[p] < u'0' || text[p] > u'9')
-            return QVString();
-        count = count * 10 + (text[p] - u'0');
-        if (count > length)
-            return QVString();
-        ++p;
-    }
-    if (p >= length || p == digitsStart)
-        return QVString();
-    ++p;  // ':'
-    if (count > length - p - 1 || text[p + static_cast<int32_t>(count)] != u')')
-        return QVString();
-    QVString payload = text.Mid(p, static_cast<int32_t>(count));
-    position = p + static_cast<int32_t>(count) + 1;
-    return payload;
-}
 }  // namespace
 
 QVString SaveParametricFilterList(const ParametricFilterArray& filters)
 {
     QVString text;
-    AppendToken(text, QVString(LIST_FORMAT_VERSION));
-    AppendToken(text, QVString::FromInt(static_cast<int64_t>(filters.size())));
+    QVPropertyMap::AppendToken(text, QVString(LIST_FORMAT_VERSION));
+    QVPropertyMap::AppendToken(text, QVString::FromInt(static_cast<int64_t>(filters.size())));
     for (const auto& filter : filters)
-        AppendToken(text, filter->SaveToText());
+        QVPropertyMap::AppendToken(text, filter->SaveToText());
     return text;
 }
 
@@ -339,12 +302,12 @@ void LoadParametricFilterList(const QVString& text, ParametricFilterArray& filte
 {
     filters.clear();
     int32_t position = 0;
-    if (ReadToken(text, position) != QVString(LIST_FORMAT_VERSION))
+    if (QVPropertyMap::ReadToken(text, position) != QVString(LIST_FORMAT_VERSION))
         return;
-    const int64_t count = ReadToken(text, position).ToInt();
+    const int64_t count = QVPropertyMap::ReadToken(text, position).ToInt();
     for (int64_t i = 0; i < count; ++i)
     {
-        const QVString filterText = ReadToken(text, position);
+        const QVString filterText = QVPropertyMap::ReadToken(text, position);
         // A plain filter of type 0 reads only "Type" and "Enabled".
         CParametricFilter probe(PARAMETRIC_NONE);
         if (!probe.LoadFromText(filterText))
