@@ -5,8 +5,7 @@
 namespace qvtest {
 
 void RunInBlockPattern(IQVDSP& plugin, const std::vector<double>& signal, int32_t channels,
-                       const std::vector<int32_t>& pattern, CollectingSink& sink) {
-  sink.SetChannels(channels);
+                       const std::vector<int32_t>& pattern, IQVDSPSink& sink) {
   if (channels <= 0 || pattern.empty()) return;
   const int64_t totalFrames = static_cast<int64_t>(signal.size()) / channels;
   const int32_t largest = std::max(1, *std::max_element(pattern.begin(), pattern.end()));
@@ -22,6 +21,17 @@ void RunInBlockPattern(IQVDSP& plugin, const std::vector<double>& signal, int32_
     plugin.Process(block.data(), frames, &sink);
     frame += frames;
   }
+}
+
+void RunInBlockPattern(IQVDSP& plugin, const std::vector<double>& signal, int32_t channels,
+                       const std::vector<int32_t>& pattern, CollectingSink& sink) {
+  sink.SetChannels(channels);
+  RunInBlockPattern(plugin, signal, channels, pattern, static_cast<IQVDSPSink&>(sink));
+}
+
+void RunInBlocks(IQVDSP& plugin, const std::vector<double>& signal, int32_t channels, int32_t blockFrames,
+                 IQVDSPSink& sink) {
+  RunInBlockPattern(plugin, signal, channels, {blockFrames}, sink);
 }
 
 std::vector<double> RunInBlockPattern(IQVDSP& plugin, const std::vector<double>& signal, int32_t channels,

@@ -22,5 +22,10 @@ std::vector<double> RunInBlockPattern(IQVDSP& plugin, const std::vector<double>&
                                       const std::vector<int32_t>& pattern);
 void RunInBlockPattern(IQVDSP& plugin, const std::vector<double>& signal, int32_t channels,
                        const std::vector<int32_t>& pattern, CollectingSink& sink);
+// Into any sink, for example a PluginSink that leads into a chain.
+void RunInBlocks(IQVDSP& plugin, const std::vector<double>& signal, int32_t channels, int32_t blockFrames,
+                 IQVDSPSink& sink);
+void RunInBlockPattern(IQVDSP& plugin, const std::vector<double>& signal, int32_t channels,
+                       const std::vector<int32_t>& pattern, IQVDSPSink& sink);
 
 }  // namespace qvtest

@@ -1,0 +1,22 @@
+// The plug-ins that `qvdsp demo` runs, in chain order. A plug-in joins the demo
+// with one line in DemoChain.cpp: its display name and, when it has settings
+// worth hearing, a hook that sets them on the freshly built plug-in (through
+// its panel model, as a user would). The demo's store is a file of its own, so
+// hooks may save freely.
+#pragma once
+
+#include "cli/PluginChain.h"
+
+#include <span>
+
+struct DemoStage {
+  const char* name;
+  // Null for a plug-in that is shown at its defaults.
+  void (*configure)(IQVDSP& plugin, CliHost& host);
+};
+
+std::span<const DemoStage> DemoStages();
+
+// Builds the demo chain from the table, skipping names the module does not
+// build (yet); answers the skipped names.
+std::vector<std::string> BuildDemoChain(PluginChain& chain, CliHost& host, int32_t zone);
