@@ -56,3 +56,4 @@ void AddListCommand(CLI::App& app, CliContext& context);
 void AddProcessCommand(CLI::App& app, CliContext& context);
 void AddDescribeCommand(CLI::App& app, CliContext& context);
 void AddDemoCommand(CLI::App& app, CliContext& context);
+void AddPeqCommand(CLI::App& app, CliContext& context);

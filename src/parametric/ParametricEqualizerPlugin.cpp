@@ -37,12 +37,12 @@ void CParametricFilterList::Load()
     LoadParametricFilterList(text, filters);
 }
 
-void CParametricFilterList::Save()
+bool CParametricFilterList::Save()
 {
     std::lock_guard<std::recursive_mutex> guard(lock);
     const QVString name = GetPluginName();
     CZoneSettingsKey key(zone, name, QVString(u"Plugins\\DSP\\") + name, QVString());
-    key.WriteString(QVString(FILTERS_VALUE), SaveParametricFilterList(filters));
+    return key.WriteString(QVString(FILTERS_VALUE), SaveParametricFilterList(filters));
 }
 
 QVString CParametricFilterList::SaveText()

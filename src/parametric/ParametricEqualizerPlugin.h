@@ -25,7 +25,8 @@ public:
     // Load and save "Filters" through the zone's settings; an empty or missing
     // value gives an empty list.
     void Load();
-    void Save();
+    // False when the store refused the value.
+    bool Save();
     QVString SaveText();
     void LoadText(const QVString& text);
 
