@@ -57,3 +57,4 @@ void AddProcessCommand(CLI::App& app, CliContext& context);
 void AddDescribeCommand(CLI::App& app, CliContext& context);
 void AddDemoCommand(CLI::App& app, CliContext& context);
 void AddPeqCommand(CLI::App& app, CliContext& context);
+void AddSettingsCommand(CLI::App& app, CliContext& context);

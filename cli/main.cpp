@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   AddDescribeCommand(app, context);
   AddDemoCommand(app, context);
   AddPeqCommand(app, context);
+  AddSettingsCommand(app, context);
 
   // Without this, a mistyped command reads as a missing one.
   if (argc > 1 && argv[1][0] != '-') {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "core/QVPropertyMap.h"
 #include "frame/IQVTools.h"
 
 QVSystemString QVAllocSystemString(std::u16string_view text)
@@ -156,6 +157,22 @@ bool CZoneSettingsKey::WriteString(const QVString& name, const QVString& value)
 {
     DeleteLegacyValue(name);
     return zoneKey && zoneKey->WriteString(name.c_str(), value.c_str());
+}
+
+double CZoneSettingsKey::ReadDouble(const QVString& name, double defaultValue)
+{
+    const QVString defaultText = QVPropertyMap::FormatDouble(defaultValue);
+    QVString text = ReadString(name, defaultText);
+    // An empty value leaves the default standing, as does an untouched default
+    // (whose text might not read back bit for bit, like the smallest subnormals).
+    if (text == defaultText || text.Trim().IsEmpty())
+        return defaultValue;
+    return QVPropertyMap::ParseDouble(text);
+}
+
+bool CZoneSettingsKey::WriteDouble(const QVString& name, double value)
+{
+    return WriteString(name, QVPropertyMap::FormatDouble(value));
 }
 
 bool CZoneSettingsKey::WriteSettingsBlob(const void* data)

@@ -99,6 +99,11 @@ public:
 
     bool WriteInt(const QVString& name, int32_t value);
     bool WriteString(const QVString& name, const QVString& value);
+
+    // Numbers stored as text, read by the locale-free rules ("." and "," both
+    // decimal marks) and written so that they read back exactly.
+    double ReadDouble(const QVString& name, double defaultValue);
+    bool WriteDouble(const QVString& name, double value);
     // Writes the 20 bytes of "Settings"; the Effects record is the only user.
     bool WriteSettingsBlob(const void* data);
 

@@ -204,12 +204,14 @@ CSettingsFile::ELoad CSettingsFile::Load(nlohmann::json& document, std::string& 
     return ELoad::Loaded;
 }
 
-bool CSettingsFile::Read(nlohmann::json& document) const
+bool CSettingsFile::Read(nlohmann::json& document, std::string* problem) const
 {
-    std::string problem;
-    if (Load(document, problem) != ELoad::Failed)
+    std::string reason;
+    if (Load(document, reason) != ELoad::Failed)
         return true;
-    ReportSettingsProblem(u"CSettingsFile::Read", problem + "; defaults are used");
+    ReportSettingsProblem(u"CSettingsFile::Read", reason + "; defaults are used");
+    if (problem != nullptr)
+        *problem = reason;
     return false;
 }
 

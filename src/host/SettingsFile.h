@@ -20,8 +20,9 @@ public:
 
     // The document as it is on disk. A missing file is an empty object and
     // counts as readable. A file that cannot be read or parsed, or whose
-    // shape is not a settings document, gives an empty object and false.
-    bool Read(nlohmann::json& document) const;
+    // shape is not a settings document, gives an empty object and false,
+    // with the reason in problem when one is asked for.
+    bool Read(nlohmann::json& document, std::string* problem = nullptr) const;
 
     // Applies change to the current document under the lock and replaces the
     // file if change answers true. Fails, leaving the file alone, when the

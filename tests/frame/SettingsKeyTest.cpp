@@ -126,6 +126,18 @@ TEST_F(ZoneSettingsKeyTest, WritesGoToTheZoneKeyAndRemoveTheOldValue)
     EXPECT_EQ(Raw("Zones\\Global\\Headphones").ReadInt(u"Level", 0, 0), 3);
 }
 
+TEST_F(ZoneSettingsKeyTest, NumbersAsText)
+{
+    CZoneSettingsKey key(QVZONE_GLOBAL, u"Tempo & Pitch", kLegacyPath, u"");
+    EXPECT_EQ(key.ReadDouble(u"Tempo", 1.25), 1.25);
+    Raw("Plugins\\DSP\\QM DSP").WriteString(u"Tempo", u"0,75");  // written where "," is the decimal mark
+    EXPECT_EQ(key.ReadDouble(u"Tempo", 1.25), 0.75);
+    EXPECT_TRUE(key.WriteDouble(u"Tempo", 0.1));
+    EXPECT_EQ(key.ReadDouble(u"Tempo", 1.25), 0.1);
+    Raw("Zones\\Global\\Tempo & Pitch").WriteString(u"Tempo", u"  ");
+    EXPECT_EQ(key.ReadDouble(u"Tempo", 1.25), 1.25);
+}
+
 TEST_F(ZoneSettingsKeyTest, SettingsBlob)
 {
     const int32_t defaults[5] = {1, 4, 2, 1, 2};
