@@ -1,5 +1,6 @@
 #include "frame/PluginFactory.h"
 
+#include "effects/EqualizerPlugin.h"
 #include "effects/TubeAmplifier.h"
 #include "frame/SiblingModules.h"
 #include "output/AdaptiveVolume.h"
@@ -11,6 +12,8 @@
 IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unlisted) {
   EnsureToolsReady(QVString(), true);
   switch (index) {
+    case DSPPLUGIN_EQUALIZER:
+      return new CEqualizerDSPPlugin(host, zone);
     case DSPPLUGIN_VOLUME_LEVELING:
       return new CVolumeLevelingDSPPlugin(host, zone);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER:
