@@ -60,11 +60,20 @@ public:
     int32_t sampleRate = 44100;
 
 private:
+    // The band filters of one stream channel in a run of consecutive bands.
+    struct BandRun;
+
     void ProcessFilters(double* samples, int32_t frames, const CAudioFormat& format);
+    // Designs the band's filter of every channel for this block, the way the
+    // band itself would; false when the band can't take the cascade path.
+    bool PrepareBand(int32_t band, const CAudioFormat& format, CIIRFilter** filters, bool& transparent);
+    bool HasDistinctChannels(const CAudioFormat& format) const;
 
     std::unique_ptr<CParametricIIRFilter> bands[BAND_COUNT];
     std::unique_ptr<CParametricVolumeFilter> preamp;
     // Never used by these filters, which only address the stream's channels;
     // it stays empty and so never allocates.
     UserChannelBuffer scratch;
+    // The filters of the bands that run in the cascade, per band and channel.
+    CIIRFilter* runFilters[BAND_COUNT][CAudioFormat::MAX_CHANNELS] = {};
 };
