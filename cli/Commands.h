@@ -58,3 +58,4 @@ void AddDescribeCommand(CLI::App& app, CliContext& context);
 void AddDemoCommand(CLI::App& app, CliContext& context);
 void AddPeqCommand(CLI::App& app, CliContext& context);
 void AddSettingsCommand(CLI::App& app, CliContext& context);
+void AddEqCommand(CLI::App& app, CliContext& context);

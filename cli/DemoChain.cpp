@@ -2,11 +2,15 @@
 
 #include "cli/Commands.h"
 
+// The Equalizer's hook, in cli/EqCommand.cpp: selects one of its default presets.
+void SelectEqualizerDemoPreset(IQVDSP& plugin, CliHost& host);
+
 namespace {
 
 // In the order a player runs them: effects first, then the stages that the
 // player carries out itself and the module only keeps settings for.
 constexpr DemoStage DEMO_STAGES[] = {
+    {"Equalizer", SelectEqualizerDemoPreset},
     {"Tube Amplifier", nullptr},
     {"Volume Leveling", nullptr},
     {"Adaptive Volume", nullptr},

@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
   AddDemoCommand(app, context);
   AddPeqCommand(app, context);
   AddSettingsCommand(app, context);
+  AddEqCommand(app, context);
 
   // Without this, a mistyped command reads as a missing one.
   if (argc > 1 && argv[1][0] != '-') {
