@@ -189,3 +189,42 @@ TEST(EqualizerEngine, GainChangeReachesTheFiltersAtTheNextBlock)
     engine.Process(next.data(), 256, 2, 48000);
     EXPECT_EQ(next, input);
 }
+
+TEST(EqualizerEngine, EqualsTheBandFiltersRunOneAfterAnother)
+{
+    // The reference: a preamp and twenty bands made by the band constructor,
+    // each run over the whole block by itself through its own Process.
+    const QVString first(u"E0nOa7ZOI3kOQOOOfO00O");
+    const QVString second(u"OCCKKUUYYUUNNKKCCCCCC");
+    for (int32_t channels : {1, 2, 3, 6, 8})
+    {
+        const int32_t rate = 44100;
+        CEqualizerEngine engine;
+        CEqualizerEngine reference;  // holds the same gains; its filters are run one by one
+        std::vector<std::unique_ptr<CParametricIIRFilter>> bands;
+        for (double frequency : CEqualizerEngine::BAND_FREQUENCIES)
+            bands.push_back(std::make_unique<CParametricIIRFilter>(frequency, 0.0, 2.0));
+        CParametricVolumeFilter preamp(PARAMETRIC_VOLUME, true);
+        UserChannelBuffer scratch;
+        const CAudioFormat format(64, rate, static_cast<uint16_t>(channels));
+        auto runReference = [&](std::vector<double>& block) {
+            preamp.SetGain(reference.GetPreampGain());
+            preamp.Process(block.data(), static_cast<int32_t>(block.size()) / channels, &format, &scratch);
+            for (int32_t band = 0; band < CEqualizerEngine::BAND_COUNT; ++band)
+            {
+                bands[band]->SetGain(reference.GetBandGain(band));
+                bands[band]->Process(block.data(), static_cast<int32_t>(block.size()) / channels, &format, &scratch);
+            }
+        };
+        // Two settings in a row: the second restarts every changed band's history.
+        for (const QVString* setting : {&first, &second})
+        {
+            engine.ApplySetting(*setting);
+            reference.ApplySetting(*setting);
+            std::vector<double> expected = qvtest::Noise(3001, channels, 13, 0.7);
+            std::vector<double> actual = RunEngine(engine, expected, channels, rate, 389);
+            runReference(expected);
+            ASSERT_EQ(actual, expected) << channels << " channels";
+        }
+    }
+}
