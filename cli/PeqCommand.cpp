@@ -17,7 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "cli/ApoImport.h"
 #include "cli/Commands.h"
+#include "cli/PeqResponse.h"
 #include "frame/PluginFactory.h"
 #include "parametric/ParametricEqualizerPlugin.h"
 
@@ -32,6 +34,10 @@ struct PeqOptions
     int index = 0;
     int target = 0;
     std::string file;
+    int rate = 48000;
+    int points = 31;
+    int channels = 2;
+    std::string svg;
 };
 
 const std::map<std::string, int32_t>& TypeNames()
@@ -205,6 +211,7 @@ public:
             throw CliError(CLI_EXIT_FAILED, "the Parametric Equalizer is not part of this build");
     }
     CParametricFilterList& List() { return equalizer->GetFilterList(); }
+    IQVDSP& Plugin() { return *plugin; }
     CParametricFilter& At(int index)
     {
         CParametricFilter* filter = List().GetAt(index - 1);
@@ -380,6 +387,52 @@ void AddPeqCommand(CLI::App& app, CliContext& context)
     SetCommandAction(*exportList, context, [&context, options] {
         PeqSession session(context, options->instance);
         WriteFileAtomically(options->file, session.List().SaveText().ToUTF8());
+    });
+
+    CLI::App* response = AddPeqSubcommand(*peq, context, o, "response",
+                                          "Magnitude response of the list, per channel it changes");
+    response->add_option("--rate", o.rate, "Sample rate, Hz")->check(CLI::Range(8000, 768000))->capture_default_str();
+    response->add_option("--points", o.points, "Frequencies in the table, log-spaced from 20 Hz to 20 kHz")
+        ->check(CLI::Range(2, 2000))
+        ->capture_default_str();
+    response->add_option("--channels", o.channels, "Channels of the measured stream")
+        ->check(CLI::Range(1, 32))
+        ->capture_default_str();
+    response->add_option("--svg", o.svg, "Also draw the response into this SVG file");
+    SetCommandAction(*response, context, [&context, options] {
+        PeqSession session(context, options->instance);
+        // Measuring runs audio through the plug-in: nothing of that may reach the store.
+        session.Plugin().SetOption(DSPOPT_TRANSIENT);
+        const MagnitudeResponse measured =
+            MeasureResponse(session.Plugin(), options->rate, options->channels, options->points);
+        if (measured.channels.empty())
+            std::printf("The list changes no channel of a %d-channel stream.\n", options->channels);
+        else
+            std::fputs(ResponseTable(measured).c_str(), stdout);
+        if (!options->svg.empty())
+            WriteFileAtomically(options->svg, ResponseSvg(measured));
+    });
+
+    CLI::App* importApo = AddPeqSubcommand(*peq, context, o, "import-apo",
+                                           "Append the filters of a parametric EQ text (Preamp:, Filter N: ON PK ...)");
+    importApo->add_option("FILE", o.file, "Text file")->required();
+    SetCommandAction(*importApo, context, [&context, options] {
+        std::ifstream in(options->file, std::ios::binary);
+        if (!in)
+            throw CliError(CLI_EXIT_FAILED, "cannot read " + options->file);
+        const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const std::string text = QVDecodeText(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()).ToUTF8();
+        const ApoImport imported = ParseApoText(text);
+        for (const ApoLineProblem& problem : imported.unmapped)
+            std::fprintf(stderr, "qvdsp: %s:%d: not imported: %s\n", options->file.c_str(), problem.line,
+                         problem.text.c_str());
+        if (imported.filters.empty())
+            throw CliError(CLI_EXIT_FAILED, options->file + " holds no filter that can be imported; nothing changed");
+        PeqSession session(context, options->instance);
+        for (const ImportedFilter& filter : imported.filters)
+            session.List().Insert(session.List().GetCount(), MakeImportedFilter(filter));
+        session.Save();
+        PrintList(session);
     });
 
     CLI::App* importList = AddPeqSubcommand(*peq, context, o, "import", "Replace the list by the list text in FILE");
