@@ -89,6 +89,10 @@ inline void CheckXmlReader(const std::u16string& text)
     const QVXml::Handle root = xml.GetRoot();
     if (xml.AddElement(root, u"Item", u"a<b") != 0)
         CheckXmlDocument(xml);
+    if (xml.RemoveElement(xml.GetFirstChild(root)))
+        CheckXmlDocument(xml);
+    if (xml.RemoveElement(root))
+        CheckXmlDocument(xml);
 }
 
 inline void CheckSameAfterTokens(const QVPropertyMap& map)

@@ -98,6 +98,7 @@ void QVXml::Reset(size_t textLength)
     errors.clear();
     pageSize = static_cast<uint32_t>(std::min<size_t>(textLength / 64 + 8, kMaxPageSize));
     used = 0;
+    freeList = 0;
     elementCount = 0;
     NewEntry();  // entry 0 of page 0: the document
     Entry* document = At(kDocument);
@@ -107,6 +108,15 @@ void QVXml::Reset(size_t textLength)
 
 QVXml::Handle QVXml::NewEntry()
 {
+    if (freeList != 0)
+    {
+        const Handle reused = freeList;
+        Entry* entry = At(reused);
+        freeList = entry->nextSibling;
+        *entry = Entry{};
+        ++elementCount;
+        return reused;
+    }
     const uint32_t page = used / pageSize;
     const uint32_t index = used % pageSize;
     if (page >= kMaxPageSize)
@@ -136,7 +146,8 @@ const QVXml::Entry* QVXml::At(Handle handle) const
 
 const QVXml::Entry* QVXml::Element(Handle handle) const
 {
-    return handle == kDocument ? nullptr : At(handle);
+    const Entry* entry = handle == kDocument ? nullptr : At(handle);
+    return entry != nullptr && (entry->flags & FLAG_FREE) == 0 ? entry : nullptr;
 }
 
 void QVXml::AppendChild(Handle parent, Handle child)
@@ -223,7 +234,7 @@ QVXml::Handle QVXml::GetParent(Handle element) const
 
 QVXml::Handle QVXml::GetFirstChild(Handle element) const
 {
-    const Entry* entry = At(element);
+    const Entry* entry = element == kDocument ? At(element) : Element(element);
     return entry != nullptr ? entry->firstChild : 0;
 }
 
@@ -245,13 +256,13 @@ QVXml::Handle QVXml::GetPreviousSibling(Handle element) const
 
 uint32_t QVXml::GetFlags(Handle element) const
 {
-    const Entry* entry = At(element);
+    const Entry* entry = element == kDocument ? At(element) : Element(element);
     return entry != nullptr ? entry->flags & 0xFFFF : 0;
 }
 
 int32_t QVXml::GetDepth(Handle element) const
 {
-    const Entry* entry = At(element);
+    const Entry* entry = element == kDocument ? At(element) : Element(element);
     return entry != nullptr ? static_cast<int32_t>(entry->flags >> 16) : 0;
 }
 
@@ -445,6 +456,8 @@ void QVXml::InsertText(uint32_t offset, std::u16string_view inserted)
     for (uint32_t k = 1; k < used; ++k)
     {
         Entry& entry = pages[k / pageSize][k % pageSize];
+        if ((entry.flags & FLAG_FREE) != 0)
+            continue;
         if (entry.start >= offset)
             entry.start += delta;
         else if (entry.start + entry.length > offset)
@@ -461,7 +474,7 @@ void QVXml::InsertText(uint32_t offset, std::u16string_view inserted)
 
 QVXml::Handle QVXml::AddElement(Handle parent, std::u16string_view name, std::u16string_view content)
 {
-    const Entry* parentEntry = At(parent);
+    const Entry* parentEntry = parent == kDocument ? At(parent) : Element(parent);
     if (parentEntry == nullptr || name.empty())
         return 0;
     // Only a parent with a real end tag can take children: the new text goes
@@ -499,6 +512,88 @@ bool QVXml::SetAttribute(Handle element, std::u16string_view name, std::u16strin
     if ((entry->flags & FLAG_EMPTY) != 0)
         --offset;  // before "/>"
     InsertText(offset, qvxml::Message({u" ", name, u"=\"", Escape(value), u"\""}));
+    return true;
+}
+
+void QVXml::EraseText(uint32_t offset, uint32_t count)
+{
+    text.erase(offset, count);
+    const uint32_t end = offset + count;
+    for (uint32_t k = 1; k < used; ++k)
+    {
+        Entry& entry = pages[k / pageSize][k % pageSize];
+        if ((entry.flags & FLAG_FREE) != 0)
+            continue;
+        if (entry.start >= end)
+            entry.start -= count;
+        else if (entry.start < offset && entry.start + entry.length >= end)
+            entry.length -= count;
+    }
+    At(kDocument)->length = static_cast<uint32_t>(text.size());
+}
+
+void QVXml::Unlink(Handle element)
+{
+    Entry* entry = At(element);
+    Entry* parent = At(entry->parent);
+    const Handle next = entry->nextSibling;
+    if (parent->firstChild == element)
+    {
+        parent->firstChild = next;
+        if (next != 0)
+            At(next)->previousSibling = entry->previousSibling;  // the last child
+    }
+    else
+    {
+        const Handle previous = entry->previousSibling;
+        At(previous)->nextSibling = next;
+        if (next != 0)
+            At(next)->previousSibling = previous;
+        else
+            At(parent->firstChild)->previousSibling = previous;  // it was the last child
+    }
+}
+
+void QVXml::FreeSubtree(Handle element)
+{
+    // Walks the subtree without recursion: down through first children, then
+    // along siblings and back up, freeing each entry once it is left behind.
+    Handle current = element;
+    for (;;)
+    {
+        Entry* entry = At(current);
+        if (entry->firstChild != 0)
+        {
+            const Handle child = entry->firstChild;
+            entry->firstChild = 0;
+            current = child;
+            continue;
+        }
+        const Handle next = current == element ? 0 : entry->nextSibling;
+        const Handle parent = entry->parent;
+        entry->flags = FLAG_FREE;
+        entry->nextSibling = freeList;
+        freeList = current;
+        --elementCount;
+        if (current == element)
+            return;
+        current = next != 0 ? next : parent;
+    }
+}
+
+bool QVXml::RemoveElement(Handle element)
+{
+    const Entry* entry = Element(element);
+    if (entry == nullptr)
+        return false;
+    uint32_t count = entry->length;
+    const size_t after = static_cast<size_t>(entry->start) + count;
+    if (entry->parent != kDocument && after + 2 <= text.size() && text.compare(after, 2, u"\r\n") == 0)
+        count += 2;
+    const uint32_t start = entry->start;
+    Unlink(element);
+    FreeSubtree(element);
+    EraseText(start, count);
     return true;
 }
 

@@ -33,6 +33,7 @@ public:
         FLAG_ENDED = 0x0002,      // its end tag was found
         FLAG_NOT_ENDED = 0x0004,  // closed by an outer end tag or by the end of the text
         FLAG_ERROR = 0x0008,      // on the document: some error was met; on an element: it was involved
+        FLAG_FREE = 0x8000,       // a removed entry, waiting on the free list for reuse
     };
 
     QVXml();
@@ -81,6 +82,9 @@ public:
     Handle AddElement(Handle parent, std::u16string_view name, std::u16string_view text = {});
     // Adds name="value" at the end of the element's start tag.
     bool SetAttribute(Handle element, std::u16string_view name, std::u16string_view value);
+    // Removes the element with everything inside it, and the line end the
+    // writer put behind it. Its entries go to the free list for reuse.
+    bool RemoveElement(Handle element);
 
     QVString GetDocumentText() const;
     const std::u16string& GetRawText() const { return text; }
@@ -119,11 +123,15 @@ private:
     std::u16string_view NameView(const Entry& entry) const;
     void NoteError(std::u16string message);
     void InsertText(uint32_t offset, std::u16string_view inserted);
+    void EraseText(uint32_t offset, uint32_t count);
+    void Unlink(Handle element);
+    void FreeSubtree(Handle element);
 
     std::u16string text;
     std::vector<std::unique_ptr<Entry[]>> pages;
     uint32_t pageSize = 0;
     uint32_t used = 0;  // entries handed out, the document's included
+    Handle freeList = 0;  // removed entries, linked through their next-sibling word
     int32_t elementCount = 0;
     std::vector<std::u16string> errors;
 };

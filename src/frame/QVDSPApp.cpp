@@ -35,8 +35,8 @@ bool QVDSPApp::ExitInstance() {
 }
 
 QVDSPApp& GetDSPApp() {
-  // Never destroyed: the unload hook of the shared module may run after the
-  // static objects of other translation units are gone.
-  static QVDSPApp* app = new QVDSPApp();
-  return *app;
+  // Made on first use, so that the load hook of the shared module finds it
+  // whatever the order of static initialisation, and torn down after that hook.
+  static QVDSPApp app;
+  return app;
 }

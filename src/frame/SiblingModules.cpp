@@ -21,13 +21,13 @@ struct HeldModule {
 // Process-wide and recursive: the loader may be entered again from a module's
 // entry point.
 std::recursive_mutex& LoaderMutex() {
-  static std::recursive_mutex* mutex = new std::recursive_mutex();
-  return *mutex;
+  static std::recursive_mutex mutex;
+  return mutex;
 }
 
 std::vector<HeldModule>& HeldModules() {
-  static std::vector<HeldModule>* modules = new std::vector<HeldModule>();
-  return *modules;
+  static std::vector<HeldModule> modules;
+  return modules;
 }
 
 // Value the loader hands to the entry operation of the modules it loads.

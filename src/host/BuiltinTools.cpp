@@ -37,9 +37,12 @@ IQVSettingsKey* CBuiltinTools::GetPluginKeyObject(const QVString& path, bool sys
   return OpenFileSettingsKey(path, systemScope);
 }
 
+CBuiltinTools::~CBuiltinTools() {
+  // Nobody may reach the tools through the process-wide pointer once they are gone.
+  if (GetQVTools() == this) SetQVTools(nullptr);
+}
+
 CBuiltinTools& GetBuiltinTools() {
-  // Never destroyed: plug-ins and loggers may still reach the tools while other
-  // static objects are torn down.
-  static CBuiltinTools* tools = new CBuiltinTools();
-  return *tools;
+  static CBuiltinTools tools;
+  return tools;
 }

@@ -40,6 +40,7 @@ class CBuiltinTools : public IQVTools {
  public:
   CBuiltinTools();
   explicit CBuiltinTools(int32_t logLevel);
+  ~CBuiltinTools();
 
   IQVTranslator* GetTranslator(bool create) override { return &translator; }
   IQVLogger* GetLogger(int32_t kind) override;

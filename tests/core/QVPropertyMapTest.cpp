@@ -4,9 +4,31 @@
 
 #include <cfloat>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include "core/QVStringPrint.h"
+
+namespace {
+
+// The slot of a virtual operation, read from its member pointer as the Itanium
+// C++ ABI lays it out: 1 + the byte offset in the table. The virtual
+// destructor takes slots 0 and 1, so operation N of the table sits in slot N.
+template <typename MemberPointer>
+int64_t Slot(MemberPointer member)
+{
+    struct
+    {
+        uintptr_t pointer;
+        ptrdiff_t adjustment;
+    } raw;
+    static_assert(sizeof(raw) == sizeof(member));
+    std::memcpy(&raw, &member, sizeof(raw));
+    return static_cast<int64_t>((raw.pointer - 1) / sizeof(void*));
+}
+
+}  // namespace
 
 TEST(QVPropertyMap, StorageExistsOnlyWhileThereAreEntries)
 {
@@ -307,4 +329,35 @@ TEST(QVPropertyMapSerializer, SavesAndLoadsThroughXMLPH)
     EXPECT_FALSE(QVPropertyMapSerializer::LoadFromText(newer, text));
     EXPECT_EQ(newer.level, 0.0);
     EXPECT_FALSE(QVPropertyMapSerializer::LoadFromText(copy, u""));
+}
+
+TEST(QVPropertyMap, OperationsKeepTheirPlaces)
+{
+    using Map = QVPropertyMap;
+    EXPECT_EQ(Slot(&Map::Exists), 2);
+    EXPECT_EQ(Slot(static_cast<QVString (Map::*)(QVString&, const QVString&, const char16_t*) const>(&Map::GetString)), 3);
+    EXPECT_EQ(Slot(&Map::GetInt), 4);
+    EXPECT_EQ(Slot(&Map::GetInt64), 5);
+    EXPECT_EQ(Slot(&Map::GetUInt64), 6);
+    EXPECT_EQ(Slot(&Map::GetDouble), 7);
+    EXPECT_EQ(Slot(&Map::GetHex), 8);
+    EXPECT_EQ(Slot(&Map::SetString), 9);
+    EXPECT_EQ(Slot(&Map::SetInt), 10);
+    EXPECT_EQ(Slot(&Map::SetInt64), 11);
+    EXPECT_EQ(Slot(&Map::SetUInt64), 12);
+    EXPECT_EQ(Slot(&Map::SetHex), 13);
+    EXPECT_EQ(Slot(&Map::SetDouble), 14);
+    EXPECT_EQ(Slot(&Map::Clear), 15);
+    EXPECT_EQ(Slot(&Map::Remove), 16);
+    EXPECT_EQ(Slot(&Map::Assign), 17);
+    EXPECT_EQ(Slot(&Map::Merge), 18);
+    EXPECT_EQ(Slot(&Map::IsEqual), 19);
+    EXPECT_EQ(Slot(&Map::SaveTokens), 20);
+    EXPECT_EQ(Slot(static_cast<bool (Map::*)(const QVString&, int32_t&)>(&Map::LoadTokens)), 21);
+    EXPECT_EQ(Slot(static_cast<bool (Map::*)(const QVString&)>(&Map::LoadTokens)), 22);
+    EXPECT_EQ(Slot(&Map::SaveXML), 23);
+    EXPECT_EQ(Slot(&Map::LoadXML), 24);
+    EXPECT_EQ(Slot(&Map::WriteItems), 25);
+    EXPECT_EQ(Slot(&Map::ReadItems), 26);
+    EXPECT_EQ(Slot(&Map::Describe), 27);
 }

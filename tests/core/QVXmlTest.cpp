@@ -182,3 +182,40 @@ TEST(QVXml, WriterBuildsTextThatReadsBack)
     parsed.Parse(QVString(u"<a/>"));
     EXPECT_EQ(parsed.AddElement(parsed.GetRoot(), u"b"), 0u);
 }
+
+TEST(QVXml, RemovedElementsLeaveTextAndTableConsistent)
+{
+    QVXml xml;
+    ASSERT_TRUE(xml.Parse(QVString(u"<r>\r\n<a><x/><y>1</y></a>\r\n<b>2</b>\r\n<c>3</c>\r\n</r>")));
+    const QVXml::Handle root = xml.GetRoot();
+    const QVXml::Handle a = xml.GetFirstChild(root);
+    const QVXml::Handle b = xml.GetNextSibling(a);
+    const QVXml::Handle c = xml.GetNextSibling(b);
+    const QVXml::Handle x = xml.GetFirstChild(a);
+    const QVXml::Handle y = xml.GetNextSibling(x);
+    EXPECT_TRUE(xml.RemoveElement(b));  // from the middle
+    EXPECT_EQ(xml.GetDocumentText(), QVString(u"<r>\r\n<a><x/><y>1</y></a>\r\n<c>3</c>\r\n</r>"));
+    EXPECT_EQ(xml.GetNextSibling(a), c);
+    EXPECT_EQ(xml.GetPreviousSibling(c), a);
+    EXPECT_EQ(xml.GetName(b), QVString());  // a removed handle answers nothing
+    EXPECT_FALSE(xml.RemoveElement(b));
+
+    EXPECT_TRUE(xml.RemoveElement(a));  // the first, with children
+    EXPECT_EQ(xml.GetFirstChild(root), c);
+    EXPECT_EQ(xml.GetElementCount(), 2);
+    EXPECT_EQ(xml.GetText(c), QVString(u"3"));
+
+    // Freed entries are used again, and the last child link still holds.
+    const QVXml::Handle d = xml.AddElement(root, u"d", u"4");
+    EXPECT_TRUE(d == a || d == b || d == x || d == y);
+    EXPECT_EQ(xml.GetElementCount(), 3);
+    EXPECT_TRUE(xml.RemoveElement(d));  // the last
+    EXPECT_EQ(xml.GetNextSibling(c), 0u);
+    const QVXml::Handle e = xml.AddElement(root, u"e", u"5");
+    EXPECT_EQ(xml.GetPreviousSibling(e), c);
+    EXPECT_EQ(xml.GetDocumentText(), QVString(u"<r>\r\n<c>3</c>\r\n<e>5</e>\r\n</r>"));
+
+    QVXml reread;
+    EXPECT_TRUE(reread.Parse(xml.GetDocumentText()));
+    EXPECT_EQ(reread.GetElementCount(), xml.GetElementCount());
+}

@@ -86,15 +86,6 @@ TEST(QVDSPBase, EmptyBlocksArePassedOnWithTheirCount) {
   }
 }
 
-TEST(QVDSPBase, StoreFormatCopiesUnlessItIsTheSameRecord) {
-  CAudioFormat own;
-  const CAudioFormat given(24, 96000, 6);
-  QVDSPBase::StoreFormat(own, given);
-  EXPECT_EQ(std::memcmp(&own, &given, sizeof(CAudioFormat)), 0);
-  QVDSPBase::StoreFormat(own, own);
-  EXPECT_EQ(std::memcmp(&own, &given, sizeof(CAudioFormat)), 0);
-}
-
 TEST(QVDSPBase, AChainOfPluginsRunsInOrder) {
   qvtest::CountingHost host;
   std::unique_ptr<IQVDSP> tube(CreateDSPPlugin(12, &host, DSP_ZONE_GLOBAL, true));

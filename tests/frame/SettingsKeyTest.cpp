@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 
@@ -54,6 +56,22 @@ protected:
 };
 
 const char16_t* const kLegacyPath = u"Plugins\\DSP\\QM DSP";
+
+// The slot of a virtual operation, read from its member pointer as the Itanium
+// C++ ABI lays it out: 1 + the byte offset in the table. The virtual
+// destructor takes slots 0 and 1, so operation N of the table sits in slot N.
+template <typename MemberPointer>
+int64_t Slot(MemberPointer member)
+{
+    struct
+    {
+        uintptr_t pointer;
+        ptrdiff_t adjustment;
+    } raw;
+    static_assert(sizeof(raw) == sizeof(member));
+    std::memcpy(&raw, &member, sizeof(raw));
+    return static_cast<int64_t>((raw.pointer - 1) / sizeof(void*));
+}
 
 }  // namespace
 
@@ -223,4 +241,21 @@ TEST(BuiltinToolsSettings, KeysOpenInTheFileOfTheEnvironment)
     else
         ::unsetenv("QVDSP_SETTINGS");
     std::filesystem::remove_all(pattern);
+}
+
+TEST(SettingsKeyLayout, OperationsKeepTheirPlaces)
+{
+    EXPECT_EQ(Slot(&IQVSettingsKey::ReadBinary), 2);
+    EXPECT_EQ(Slot(&IQVSettingsKey::ReadInt), 3);
+    EXPECT_EQ(Slot(&IQVSettingsKey::ReadString), 4);
+    EXPECT_EQ(Slot(&IQVSettingsKey::WriteBinary), 5);
+    EXPECT_EQ(Slot(&IQVSettingsKey::WriteInt), 6);
+    EXPECT_EQ(Slot(&IQVSettingsKey::WriteString), 7);
+    EXPECT_EQ(Slot(&IQVSettingsKey::DeleteValue), 10);
+    EXPECT_EQ(Slot(&IQVSettingsKey::DeleteAllValues), 11);
+    EXPECT_EQ(Slot(&IQVSettingsKey::DeleteSubkey), 12);
+    EXPECT_EQ(Slot(&IQVSettingsKey::EnumValueName), 13);
+    EXPECT_EQ(Slot(&IQVSettingsKey::GetZoneValueName), 16);
+    EXPECT_EQ(Slot(&IQVSettingsKey::EnumSubkeyName), 17);
+    EXPECT_EQ(Slot(&IQVSettingsKey::GetValueType), 18);
 }

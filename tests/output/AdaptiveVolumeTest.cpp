@@ -103,13 +103,3 @@ TEST(AdaptiveVolume, PanelTextsAreTranslated) {
             "Analysis when available.  Works intelligently with Volume Leveling.");
   EXPECT_EQ(panel->GetLabel(3).ToUTF8(), "");
 }
-
-TEST(AdaptiveVolume, BlocksPassUnchanged) {
-  CAdaptiveVolumeDSPPlugin plugin(nullptr, 0);
-  ASSERT_EQ(plugin.SetFormat(CAudioFormat(64, 96000, 6)), 0);
-  const std::vector<double> input = qvtest::Sine(777, 6, 440.0, 96000.0, 1.5);
-  qvtest::CollectingSink sink;
-  qvtest::RunInBlocks(plugin, input, 6, 100, sink);
-  EXPECT_EQ(sink.samples, input);
-  EXPECT_EQ(sink.totalFrames, 777);
-}
