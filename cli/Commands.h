@@ -56,4 +56,6 @@ void AddListCommand(CLI::App& app, CliContext& context);
 void AddProcessCommand(CLI::App& app, CliContext& context);
 void AddDescribeCommand(CLI::App& app, CliContext& context);
 void AddDemoCommand(CLI::App& app, CliContext& context);
+void AddPeqCommand(CLI::App& app, CliContext& context);
 void AddSettingsCommand(CLI::App& app, CliContext& context);
+void AddEqCommand(CLI::App& app, CliContext& context);

@@ -15,7 +15,9 @@ int main(int argc, char** argv) {
   AddProcessCommand(app, context);
   AddDescribeCommand(app, context);
   AddDemoCommand(app, context);
+  AddPeqCommand(app, context);
   AddSettingsCommand(app, context);
+  AddEqCommand(app, context);
 
   // Without this, a mistyped command reads as a missing one.
   if (argc > 1 && argv[1][0] != '-') {

@@ -1,17 +1,25 @@
 #include "frame/PluginFactory.h"
 
+#include "effects/EqualizerPlugin.h"
 #include "effects/TubeAmplifier.h"
 #include "frame/SiblingModules.h"
 #include "output/AdaptiveVolume.h"
 #include "output/VolumeLeveling.h"
+#include "parametric/ParametricEqualizerPlugin.h"
 
 // Indices whose plug-in is not part of this build yet answer null, like an
 // unknown index.
 IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unlisted) {
   EnsureToolsReady(QVString(), true);
   switch (index) {
+    case DSPPLUGIN_EQUALIZER:
+      return new CEqualizerDSPPlugin(host, zone);
     case DSPPLUGIN_VOLUME_LEVELING:
       return new CVolumeLevelingDSPPlugin(host, zone);
+    case DSPPLUGIN_PARAMETRIC_EQUALIZER:
+      return new CParametricEqualizerDSPPlugin(host, zone, 0);
+    case DSPPLUGIN_PARAMETRIC_EQUALIZER_2:
+      return new CParametricEqualizerDSPPlugin(host, zone, 1);
     case DSPPLUGIN_ADAPTIVE_VOLUME:
       return new CAdaptiveVolumeDSPPlugin(host, zone);
     case DSPPLUGIN_TUBE_AMPLIFIER:

@@ -3,10 +3,6 @@
 
 #include <sndfile.h>
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -15,42 +11,11 @@
 #include <fstream>
 #include <sstream>
 
+using clitest::RunQvdsp;
+using clitest::RunResult;
 using clitest::ScratchFolder;
 
 namespace {
-
-struct RunResult {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
-
-// Runs qvdsp with `arguments`, its output and errors caught in files.
-RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch) {
-  std::filesystem::path outPath = scratch / ".stdout";
-  std::filesystem::path errPath = scratch / ".stderr";
-  pid_t child = fork();
-  if (child == 0) {
-    int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
-    std::vector<char*> argv{const_cast<char*>(QVDSP_CLI_PATH)};
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    execv(QVDSP_CLI_PATH, argv.data());
-    _exit(127);
-  }
-  RunResult result;
-  int status = 0;
-  waitpid(child, &status, 0);
-  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  result.out = clitest::ReadBytes(outPath);
-  result.err = clitest::ReadBytes(errPath);
-  std::filesystem::remove(outPath);
-  std::filesystem::remove(errPath);
-  return result;
-}
 
 class QvdspCommandTest : public testing::Test {
  protected:
@@ -251,6 +216,11 @@ TEST_F(QvdspCommandTest, DemoWritesBothFilesAndShowsTheLevels) {
   }
   const std::string level = " +-?[0-9]+\\.[0-9]{2} dBFS";
   EXPECT_THAT(result.out, testing::ContainsRegex("Chain: [^\n]*Tube Amplifier"));
+  EXPECT_THAT(result.out, testing::ContainsRegex("Chain: [^\n]*Parametric Equalizer"));
+  // The equalizer's list is kept in the demo folder.
+  const std::string demoSettings = clitest::ReadBytes(folder / "demo-settings.json");
+  EXPECT_NE(demoSettings.find("Parametric Equalizer"), std::string::npos);
+  EXPECT_NE(demoSettings.find("<Item Name=\\\"Frequency\\\">120</Item>"), std::string::npos) << demoSettings;
   EXPECT_THAT(result.out, testing::ContainsRegex("\n  Left" + level + level + level + level + "\n"));
   EXPECT_THAT(result.out, testing::ContainsRegex("\n  Right" + level + level + level + level + "\n"));
   EXPECT_NE(result.out.find("480000 frames in, 480000 frames out"), std::string::npos) << result.out;

@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <fstream>
 #include <limits>
@@ -88,6 +92,32 @@ std::vector<double> TestSignal(int64_t frames, int channels, double amplitude, u
                           -std::numeric_limits<double>::min(), 0.0, 1.0 / 65536.0};
   for (size_t i = 0; i < std::size(edges) && i < samples.size(); ++i) samples[i] = edges[i];
   return samples;
+}
+
+RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch) {
+  std::filesystem::path outPath = scratch / ".stdout";
+  std::filesystem::path errPath = scratch / ".stderr";
+  pid_t child = fork();
+  if (child == 0) {
+    int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    std::vector<char*> argv{const_cast<char*>(QVDSP_CLI_PATH)};
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    execv(QVDSP_CLI_PATH, argv.data());
+    _exit(127);
+  }
+  RunResult result;
+  int status = 0;
+  waitpid(child, &status, 0);
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  result.out = clitest::ReadBytes(outPath);
+  result.err = clitest::ReadBytes(errPath);
+  std::filesystem::remove(outPath);
+  std::filesystem::remove(errPath);
+  return result;
 }
 
 }  // namespace clitest

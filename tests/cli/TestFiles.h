@@ -39,4 +39,14 @@ std::string ReadBytes(const std::filesystem::path& path);
 // that probe the edges: full scale, beyond it, the smallest magnitudes, zero.
 std::vector<double> TestSignal(int64_t frames, int channels, double amplitude, uint32_t seed);
 
+struct RunResult {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
+};
+
+// Runs the real qvdsp binary with `arguments`, its output and errors caught in
+// files of the scratch folder (removed again afterwards).
+RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch);
+
 }  // namespace clitest
