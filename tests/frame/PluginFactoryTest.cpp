@@ -6,6 +6,8 @@
 
 #include <climits>
 #include <memory>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include "effects/TubeAmplifier.h"
@@ -49,8 +51,8 @@ TEST(PluginFactory, IndicesThatExistInThisBuild) {
     // The export is the listed road of the factory.
     EXPECT_EQ(Make(index, false) != nullptr, std::unique_ptr<IQVDSP>(GetDSPPlugin(index, nullptr, 0)) != nullptr);
   }
-  EXPECT_EQ(listed, (std::vector<int32_t>{2, 11}));
-  EXPECT_EQ(unlisted, (std::vector<int32_t>{2, 11, 12}));
+  EXPECT_EQ(listed, (std::vector<int32_t>{0, 2, 8, 10, 11}));
+  EXPECT_EQ(unlisted, (std::vector<int32_t>{0, 2, 8, 10, 11, 12}));
 }
 
 TEST(PluginFactory, ClassesAndDisplayNamesFollowTheTable) {
@@ -108,16 +110,17 @@ TEST(PluginFactory, MakingAPluginInstallsToolsWhenThereAreNone) {
 
 TEST(PluginFactory, RegistrationWalksTheTable) {
   const std::vector<DSPRegistration> registrations = CollectDSPRegistrations();
-  ASSERT_EQ(registrations.size(), 3u);
-  EXPECT_EQ(registrations[0].index, 2);
-  EXPECT_EQ(registrations[0].name.ToUTF8(), "Volume Leveling");
-  EXPECT_FALSE(registrations[0].unlisted);
-  EXPECT_EQ(registrations[1].index, 11);
-  EXPECT_EQ(registrations[1].name.ToUTF8(), "Adaptive Volume");
-  EXPECT_FALSE(registrations[1].unlisted);
-  EXPECT_EQ(registrations[2].index, 12);
-  EXPECT_EQ(registrations[2].name.ToUTF8(), "Tube Amplifier");
-  EXPECT_TRUE(registrations[2].unlisted);
+  std::vector<std::tuple<int32_t, std::string, bool>> seen;
+  for (const DSPRegistration& registration : registrations)
+    seen.emplace_back(registration.index, registration.name.ToUTF8(), registration.unlisted);
+  const std::vector<std::tuple<int32_t, std::string, bool>> expected{
+      {0, "Equalizer", false},
+      {2, "Volume Leveling", false},
+      {8, "Parametric Equalizer", false},
+      {10, "Parametric Equalizer 2", false},
+      {11, "Adaptive Volume", false},
+      {12, "Tube Amplifier", true}};
+  EXPECT_EQ(seen, expected);
   // Without a settings store there is nowhere to write, which is not a failure.
   EXPECT_EQ(DllRegisterServer(), 0);
 }

@@ -3,6 +3,7 @@
 // static library gets its tools when the first plug-in is made.
 #include <dlfcn.h>
 
+#include "core/QVStringManager.h"
 #include "frame/IQVTools.h"
 #include "frame/QVDSPApp.h"
 
@@ -20,7 +21,12 @@ struct ModuleLifetime {
     if (!GetDSPApp().Entry(OwnModuleHandle(), QVApp::ENTRY_ATTACH))
       QVLog(1, u"QVDSPApp::InitInstance", u"The module failed to initialise");
   }
-  ~ModuleLifetime() { GetDSPApp().Entry(OwnModuleHandle(), QVApp::ENTRY_DETACH); }
+  ~ModuleLifetime() {
+    GetDSPApp().Entry(OwnModuleHandle(), QVApp::ENTRY_DETACH);
+    // Pooled string buffers would outlive the unmapped module that holds
+    // their only pointers: give them back to the heap before it goes.
+    QVGetStringGlobals()->ReleasePool();
+  }
 };
 
 ModuleLifetime g_moduleLifetime;
