@@ -1,8 +1,4 @@
 // qvdsp settings, run as a user runs it.
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -11,11 +7,7 @@
 
 namespace {
 
-struct Outcome {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
+using Outcome = clitest::RunResult;
 
 class SettingsCommandTest : public testing::Test {
  protected:
@@ -26,27 +18,7 @@ class SettingsCommandTest : public testing::Test {
       arguments.push_back("--settings");
       arguments.push_back(file.string());
     }
-    const std::filesystem::path outPath = scratch / ".out";
-    const std::filesystem::path errPath = scratch / ".err";
-    const pid_t child = fork();
-    if (child == 0) {
-      dup2(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-      dup2(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-      std::vector<char*> argv{const_cast<char*>(QVDSP_CLI_PATH)};
-      for (std::string& argument : arguments) argv.push_back(argument.data());
-      argv.push_back(nullptr);
-      execv(QVDSP_CLI_PATH, argv.data());
-      _exit(127);
-    }
-    Outcome outcome;
-    int status = 0;
-    waitpid(child, &status, 0);
-    outcome.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    outcome.out = clitest::ReadBytes(outPath);
-    outcome.err = clitest::ReadBytes(errPath);
-    std::filesystem::remove(outPath);
-    std::filesystem::remove(errPath);
-    return outcome;
+    return clitest::RunQvdsp(arguments, scratch);
   }
 
   clitest::ScratchFolder scratch;
