@@ -16,6 +16,7 @@
 #include "effects/EqualizerDlg.h"
 #include "effects/EqualizerPlugin.h"
 #include "frame/PluginFactory.h"
+#include "host/SettingsFile.h"
 
 namespace
 {
@@ -54,10 +55,12 @@ public:
         }
         return stored;
     }
+    // The panel saves by itself after its "Manage" operations but cannot tell
+    // of a store that refused the write; saving once more here does.
     void Save()
     {
         if (!Presets().Save())
-            throw CliError(CLI_EXIT_FAILED, "the settings store did not take the Equalizer's settings");
+            throw CliError(CLI_EXIT_FAILED, "cannot write the Equalizer's settings to " + CSettingsFile::DefaultPath());
     }
 
 private:
@@ -212,6 +215,7 @@ void AddEqCommand(CLI::App& app, CliContext& context)
             throw CliError(CLI_EXIT_USAGE, "a preset needs a name");
         EqSession session(context);
         session.Panel().SavePresetAs(name, true);
+        session.Save();
         ListPresets(session);
     });
 
@@ -220,6 +224,7 @@ void AddEqCommand(CLI::App& app, CliContext& context)
     SetCommandAction(*deletePreset, context, [&context, options] {
         EqSession session(context);
         session.Panel().DeletePreset(session.RequirePreset(options->name), true);
+        session.Save();
         ListPresets(session);
     });
 
@@ -227,6 +232,7 @@ void AddEqCommand(CLI::App& app, CliContext& context)
     SetCommandAction(*reset, context, [&context] {
         EqSession session(context);
         session.Panel().ResetAllPresets(true);
+        session.Save();
         ListPresets(session);
     });
 }
