@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include "effects/TubeAmplifier.h"
@@ -49,8 +50,8 @@ TEST(PluginFactory, IndicesThatExistInThisBuild) {
     // The export is the listed road of the factory.
     EXPECT_EQ(Make(index, false) != nullptr, std::unique_ptr<IQVDSP>(GetDSPPlugin(index, nullptr, 0)) != nullptr);
   }
-  EXPECT_EQ(listed, (std::vector<int32_t>{2, 11}));
-  EXPECT_EQ(unlisted, (std::vector<int32_t>{2, 11, 12}));
+  EXPECT_EQ(listed, (std::vector<int32_t>{2, 8, 10, 11}));
+  EXPECT_EQ(unlisted, (std::vector<int32_t>{2, 8, 10, 11, 12}));
 }
 
 TEST(PluginFactory, ClassesAndDisplayNamesFollowTheTable) {
@@ -108,16 +109,17 @@ TEST(PluginFactory, MakingAPluginInstallsToolsWhenThereAreNone) {
 
 TEST(PluginFactory, RegistrationWalksTheTable) {
   const std::vector<DSPRegistration> registrations = CollectDSPRegistrations();
-  ASSERT_EQ(registrations.size(), 3u);
-  EXPECT_EQ(registrations[0].index, 2);
-  EXPECT_EQ(registrations[0].name.ToUTF8(), "Volume Leveling");
-  EXPECT_FALSE(registrations[0].unlisted);
-  EXPECT_EQ(registrations[1].index, 11);
-  EXPECT_EQ(registrations[1].name.ToUTF8(), "Adaptive Volume");
-  EXPECT_FALSE(registrations[1].unlisted);
-  EXPECT_EQ(registrations[2].index, 12);
-  EXPECT_EQ(registrations[2].name.ToUTF8(), "Tube Amplifier");
-  EXPECT_TRUE(registrations[2].unlisted);
+  const std::tuple<int32_t, const char*, bool> expected[] = {{2, "Volume Leveling", false},
+                                                             {8, "Parametric Equalizer", false},
+                                                             {10, "Parametric Equalizer 2", false},
+                                                             {11, "Adaptive Volume", false},
+                                                             {12, "Tube Amplifier", true}};
+  ASSERT_EQ(registrations.size(), std::size(expected));
+  for (size_t i = 0; i < std::size(expected); ++i) {
+    EXPECT_EQ(registrations[i].index, std::get<0>(expected[i]));
+    EXPECT_EQ(registrations[i].name.ToUTF8(), std::get<1>(expected[i]));
+    EXPECT_EQ(registrations[i].unlisted, std::get<2>(expected[i]));
+  }
   // Without a settings store there is nowhere to write, which is not a failure.
   EXPECT_EQ(DllRegisterServer(), 0);
 }

@@ -55,7 +55,9 @@ TEST(QVDSPBase, CommandAnswersOfThePanelOnlyPluginsAndTheTubeAmplifier) {
   // All three answer alike: panels open as models (no window: -1), 3 and 8
   // succeed, 5 is 1, everything else is unknown.
   qvtest::CountingHost host;
-  for (auto& plugin : AllPlugins(&host)) {
+  for (int32_t index : {DSPPLUGIN_VOLUME_LEVELING, DSPPLUGIN_ADAPTIVE_VOLUME, DSPPLUGIN_TUBE_AMPLIFIER}) {
+    std::unique_ptr<IQVDSP> plugin(CreateDSPPlugin(index, &host, DSP_ZONE_GLOBAL, true));
+    ASSERT_NE(plugin, nullptr) << index;
     qvtest::RecordingStatusList status;
     for (int32_t kind = -1; kind <= 12; ++kind) {
       int64_t expected = -1;

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
+#include "frame/SettingsKey.h"
+
 #include <cstdlib>
 
 #include "support/TestSupport.h"
@@ -25,7 +29,9 @@ TEST(BuiltinTools, WithoutALevelThereIsNoLogger) {
   ASSERT_NE(tools.GetTranslator(false), nullptr);
   tools.GetTranslator(false)->Translate(text);
   EXPECT_EQ(text.ToUTF8(), "Left");
-  EXPECT_EQ(tools.GetPluginKeyObject(QVString(u"Plugins\\DSP"), true), nullptr);
+  // The settings store is wired in: the key comes from it, and the caller owns it.
+  std::unique_ptr<IQVSettingsKey> key(tools.GetPluginKeyObject(QVString(u"Plugins\\DSP"), true));
+  EXPECT_NE(key, nullptr);
   ASSERT_NE(tools.GetScaler(), nullptr);
   EXPECT_EQ(tools.GetScaler()->Scale(17), 17);
 }
