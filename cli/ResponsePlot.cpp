@@ -10,6 +10,8 @@ namespace {
 constexpr double kWidth = 860, kHeight = 480;
 constexpr double kLeft = 70, kRight = 130, kTop = 30, kBottom = 60;
 constexpr double kPlotWidth = kWidth - kLeft - kRight, kPlotHeight = kHeight - kTop - kBottom;
+// Channels often share a curve: a dash pattern per trace keeps each one visible.
+const char* const kDashes[] = {"none", "10,5", "3,4", "12,4,3,4"};
 const char* const kColours[] = {"#1f77b4", "#d62728", "#2ca02c", "#ff7f0e", "#9467bd",
                                 "#8c564b", "#e377c2", "#17becf", "#7f7f7f", "#bcbd22"};
 
@@ -92,14 +94,16 @@ void AddTraces(std::string& svg, const MagnitudeResponse& response, const Axes& 
     const ChannelResponse& channel = response.channels[c];
     const char* colour = kColours[c % std::size(kColours)];
     svg += "<polyline class=\"trace\" data-channel=\"" + Escaped(channel.name) + "\" fill=\"none\" stroke=\"" +
-           colour + "\" stroke-width=\"2\" points=\"";
+           colour + "\" stroke-width=\"2\" stroke-dasharray=\"" + kDashes[c % std::size(kDashes)] +
+           "\" points=\"";
     for (size_t i = 0; i < response.frequencies.size(); ++i)
       svg += (i ? " " : "") + Number(axes.X(response.frequencies[i])) + "," + Number(axes.Y(channel.decibels[i]));
     svg += "\"/>\n";
     const double y = kTop + 10 + 22 * static_cast<double>(c);
     const double x = kLeft + kPlotWidth + 15;
     svg += "<line x1=\"" + Number(x) + "\" y1=\"" + Number(y) + "\" x2=\"" + Number(x + 25) + "\" y2=\"" + Number(y) +
-           "\" stroke=\"" + colour + "\" stroke-width=\"3\"/>\n";
+           "\" stroke=\"" + colour + "\" stroke-width=\"3\" stroke-dasharray=\"" +
+           kDashes[c % std::size(kDashes)] + "\"/>\n";
     svg += "<text x=\"" + Number(x + 32) + "\" y=\"" + Number(y + 4) + "\" font-size=\"13\">" + Escaped(channel.name) +
            "</text>\n";
   }

@@ -64,12 +64,15 @@ class AtomicSoundFileWriter {
 
  private:
   void Discard();
+  void StartWriteback();
 
   std::filesystem::path target;
   std::filesystem::path temporaryPath;
   int descriptor = -1;
   sf_private_tag* file = nullptr;
   int64_t framesWritten = 0;
+  // Bytes of the file whose writing to disk has been started.
+  off_t writebackStarted = 0;
 };
 
 // libsndfile's container for the file name's extension (case-blind).

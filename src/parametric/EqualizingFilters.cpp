@@ -10,9 +10,7 @@ namespace
 // design's factor of the square root of two it keeps the Butterworth shape.
 constexpr double PASS_DEFAULT_Q = 0.7071;
 constexpr double SHELF_MAX_Q = 5.0;
-// Distinct ids that can resolve: every position of a format, U1, U2, and
-// Left standing for the mono channel.
-constexpr int32_t MAX_INTERLEAVED = CAudioFormat::MAX_CHANNELS + 3;
+constexpr int32_t MAX_INTERLEAVED = CParametricIIRFilter::MAX_INTERLEAVED;
 
 int32_t PassKindBySlope(double slope, int32_t kind6)
 {
@@ -174,13 +172,29 @@ void CParametricIIRFilter::ProcessChannel(CIIRFilter* filter, const ChannelSpan&
 void CParametricIIRFilter::Process(double* samples, int32_t frames, const CAudioFormat* format,
                                    UserChannelBuffer* userChannels)
 {
+    CIIRFilter* active[MAX_INTERLEAVED];
+    ChannelSpan spans[MAX_INTERLEAVED];
+    const int32_t count = PrepareBlock(samples, frames, format, userChannels, active, spans);
+    ProcessInterleaved(active, spans, count, frames);
+}
+
+bool CParametricIIRFilter::MayRunAsPair() const
+{
+    return enabled && !allChannels && channels.size() == 2 && channels[0] != channels[1] &&
+           GetDesignKind() >= 0 && !(type == PARAMETRIC_PEAK && gain == 0.0);
+}
+
+int32_t CParametricIIRFilter::PrepareBlock(double* samples, int32_t frames, const CAudioFormat* format,
+                                           UserChannelBuffer* userChannels, CIIRFilter** active,
+                                           ChannelSpan* spans)
+{
     if (!enabled || format == nullptr)
-        return;
+        return 0;
     const int32_t kind = GetDesignKind();
     if (kind < 0)
-        return;
+        return 0;
     if (type == PARAMETRIC_PEAK && gain == 0.0)
-        return;  // a flat peak costs nothing and keeps no history
+        return 0;  // a flat peak costs nothing and keeps no history
     const double designGain = (type == PARAMETRIC_LOWPASS || type == PARAMETRIC_HIGHPASS) ? 0.0 : gain;
     const QVString file = allChannels ? QVString() : customFile;
     const double rate = static_cast<double>(format->sampleRate);
@@ -202,8 +216,6 @@ void CParametricIIRFilter::Process(double* samples, int32_t frames, const CAudio
             repeated = idAt(i) == idAt(j);
     }
 
-    CIIRFilter* active[MAX_INTERLEAVED];
-    ChannelSpan spans[MAX_INTERLEAVED];
     int32_t count = 0;
     for (int32_t i = 0; i < listed; ++i)
     {
@@ -223,8 +235,9 @@ void CParametricIIRFilter::Process(double* samples, int32_t frames, const CAudio
         spans[count] = span;
         ++count;
     }
-    ProcessInterleaved(active, spans, count, frames);
+    return count;
 }
+
 
 void CParametricIIRFilter::ProcessInterleaved(CIIRFilter* const* filters, const ChannelSpan* spans,
                                               int32_t count, int32_t frames)

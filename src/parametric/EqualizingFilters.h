@@ -41,6 +41,18 @@ public:
     // The IIRFilterKind this filter designs, -1 for none.
     int32_t GetDesignKind() const;
 
+    // Distinct ids that can resolve: every position of a format, U1, U2, and
+    // Left standing for the mono channel.
+    static constexpr int32_t MAX_INTERLEAVED = CAudioFormat::MAX_CHANNELS + 3;
+
+    // Runs `filters` from the first on over the block, as many as it can in one
+    // pass: a stretch of peaks, shelves or all-passes on the same two channels
+    // runs with the sections staggered by a sample, so that several recursions
+    // are in flight at once. The result is the same, bit for bit, as running
+    // each filter's Process in turn. Answers how many filters it ran (at least 1).
+    static int32_t ProcessRun(const std::unique_ptr<CParametricFilter>* filters, int32_t count, double* samples,
+                              int32_t frames, const CAudioFormat* format, UserChannelBuffer* userChannels);
+
     double frequency = 1000.0;
     double slope = 12.0;  // dB/octave, low-pass and high-pass only
     double gain = 0.0;    // dB
@@ -59,6 +71,12 @@ protected:
 
 private:
     CIIRFilter* FilterFor(int32_t channelId);
+    // Whether this block's work could be a pair of single sections.
+    bool MayRunAsPair() const;
+    // Designs this block's channel filters and collects those that run side
+    // by side; channels that must run alone have run when it returns.
+    int32_t PrepareBlock(double* samples, int32_t frames, const CAudioFormat* format,
+                         UserChannelBuffer* userChannels, CIIRFilter** active, ChannelSpan* spans);
     static void ProcessChannel(CIIRFilter* filter, const ChannelSpan& span, int32_t frames);
     static void ProcessInterleaved(CIIRFilter* const* filters, const ChannelSpan* spans, int32_t count,
                                    int32_t frames);

@@ -1,5 +1,7 @@
 #include "parametric/ParametricEqualizerPlugin.h"
 
+#include "parametric/EqualizingFilters.h"
+
 #include <algorithm>
 
 #include "frame/PanelModel.h"
@@ -159,8 +161,11 @@ int32_t CParametricEqualizerDSPPlugin::ProcessBlock(double* samples, int32_t fra
 {
     {
         std::lock_guard<std::recursive_mutex> guard(filterList.lock);
-        for (const auto& filter : filterList.filters)
-            filter->Process(samples, frames, &format, &userChannels);
+        const auto* filters = filterList.filters.data();
+        const auto count = static_cast<int32_t>(filterList.filters.size());
+        for (int32_t done = 0; done < count;)
+            done += CParametricIIRFilter::ProcessRun(filters + done, count - done, samples, frames, &format,
+                                                     &userChannels);
     }
     // Outside the lock, so that a panel edit never waits for the next stage.
     if (sink != nullptr)

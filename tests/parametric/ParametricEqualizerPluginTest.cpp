@@ -12,6 +12,9 @@
 #include "support/AllocationCounter.h"
 #include "ParametricTestSupport.h"
 
+#include <algorithm>
+#include <cstring>
+
 using namespace ptest;
 
 namespace
@@ -146,6 +149,80 @@ TEST(ParametricEqualizerPlugin, OutputDoesNotDependOnBlockSizes)
     auto odd = MakePlugin(BusyListText(), 6);
     EXPECT_EQ(qvtest::RunInBlockPattern(*odd, input, 6, {31, 1, 127, 7}), whole);
     EXPECT_NE(whole, input);
+}
+
+// Stretches of peaks, shelves and all-passes on one pair of channels run as a
+// group; what breaks a stretch: another channel pair, the same pair swapped, a
+// flat peak, a multi-section high-pass, a disabled filter, another kind.
+QVString SectionStretchesText()
+{
+    ParametricFilterArray filters;
+    auto add = [&filters](int32_t type, double frequency, double gain, ChannelList channels) {
+        auto* filter = static_cast<CParametricIIRFilter*>(CreateParametricFilter(type));
+        filter->frequency = frequency;
+        filter->gain = gain;
+        filter->q = 0.5 + frequency / 4000;
+        filter->channels = std::move(channels);
+        filters.emplace_back(filter);
+    };
+    const ChannelList stereo = {CAudioFormat::Left, CAudioFormat::Right};
+    for (double frequency : {40.0, 90.0, 200.0, 450.0, 1000.0, 2200.0, 5000.0})
+        add(PARAMETRIC_PEAK, frequency, frequency > 800 ? 4 : -5, stereo);
+    add(PARAMETRIC_LOWSHELF, 100, 3, stereo);
+    add(PARAMETRIC_HIGHPASS, 30, 0, stereo);
+    static_cast<CParametricIIRFilter*>(filters.back().get())->slope = 24;
+    add(PARAMETRIC_HIGHSHELF, 7000, -2, stereo);
+    add(PARAMETRIC_ALLPASS, 300, 0, stereo);
+    add(PARAMETRIC_PEAK, 600, 0, stereo);
+    add(PARAMETRIC_PEAK, 800, 6, {CAudioFormat::Right, CAudioFormat::Left});
+    add(PARAMETRIC_PEAK, 900, -6, {CAudioFormat::Center, CAudioFormat::User1});
+    add(PARAMETRIC_PEAK, 950, 2, stereo);
+    add(PARAMETRIC_PEAK, 1200, 2, stereo);
+    filters.back()->SetEnabled(false);
+    add(PARAMETRIC_PEAK, 1500, -3, stereo);
+    filters.emplace_back(CreateParametricFilter(PARAMETRIC_POLARITY));
+    add(PARAMETRIC_PEAK, 3000, 1, stereo);
+    add(PARAMETRIC_PEAK, 3500, -1, stereo);
+    add(PARAMETRIC_PEAK, 9000, -1, stereo);
+    return SaveParametricFilterList(filters);
+}
+
+TEST(ParametricEqualizerPlugin, StretchesOfSectionsGiveWhatEachFilterGivesAlone)
+{
+    const QVString text = SectionStretchesText();
+    for (const uint16_t channels : {uint16_t(2), uint16_t(6)})
+    {
+        const CAudioFormat format = MakeFormat(channels);
+        std::vector<double> input = qvtest::Noise(4000, channels, 5, 1.2);
+        // Values at the flush threshold and below it, and silence at the end.
+        input[10] = 1e-151;
+        input[13] = -2e-150;
+        std::fill(input.end() - 800, input.end(), 0.0);
+
+        ParametricFilterArray alone;
+        LoadParametricFilterList(text, alone);
+        UserChannelBuffer users;
+        std::vector<double> expected = input;
+        const int32_t pattern[] = {1, 2, 3, 500, 1, 1300, 7, 2186};
+        int32_t start = 0;
+        for (const int32_t frames : pattern)
+        {
+            double* block = expected.data() + static_cast<size_t>(start) * channels;
+            for (const auto& filter : alone)
+                filter->Process(block, frames, &format, &users);
+            start += frames;
+        }
+        ASSERT_EQ(start, 4000);
+
+        auto plugin = MakePlugin(text, channels);
+        const auto output = qvtest::RunInBlockPattern(*plugin, input, channels, {1, 2, 3, 500, 1, 1300, 7, 2186});
+        ASSERT_EQ(output.size(), expected.size());
+        size_t differences = 0;
+        for (size_t i = 0; i < expected.size(); ++i)
+            differences += std::memcmp(&output[i], &expected[i], sizeof(double)) != 0;
+        EXPECT_EQ(differences, 0u) << channels << " channels";
+        EXPECT_NE(output, input);
+    }
 }
 
 TEST(ParametricEqualizerPlugin, SteadyBlocksAllocateNothing)
