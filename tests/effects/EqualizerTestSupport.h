@@ -3,68 +3,19 @@
 // of the band filters worked out from their design formulas.
 #pragma once
 
-#include <unistd.h>
-
 #include <cmath>
 #include <complex>
 #include <filesystem>
 #include <memory>
 #include <string>
 
-#include "frame/SettingsKey.h"
-#include "host/SettingsStore.h"
+#include "support/FileStoreTools.h"
 #include "support/TestSupport.h"
 
 namespace eqtest
 {
-class StoreTools : public qvtest::TestTools
-{
-public:
-    StoreTools()
-    {
-        path = (std::filesystem::temp_directory_path() /
-                ("qvdsp-equalizer-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".json"))
-                   .string();
-        std::filesystem::remove(path);
-        withTranslator = false;
-    }
-    ~StoreTools() { std::filesystem::remove(path); }
-    IQVSettingsKey* GetPluginKeyObject(const QVString& keyPath, bool systemScope) override
-    {
-        return new CFileSettingsKey(path, NormalizeSettingsPath(keyPath.ToUTF8(), false), systemScope);
-    }
-    std::string path;
-    static inline int counter = 0;
-};
-
-// Installs StoreTools as the process-wide tools for the life of the object.
-class ScopedStore
-{
-public:
-    ScopedStore() : previous(GetQVTools()) { SetQVTools(&tools); }
-    ~ScopedStore() { SetQVTools(previous); }
-    ScopedStore(const ScopedStore&) = delete;
-    ScopedStore& operator=(const ScopedStore&) = delete;
-
-    // A key of the store by path, for looking behind the plug-in's back.
-    std::unique_ptr<IQVSettingsKey> Key(const char16_t* keyPath)
-    {
-        return std::unique_ptr<IQVSettingsKey>(tools.GetPluginKeyObject(QVString(keyPath), false));
-    }
-    std::string Read(const char16_t* keyPath, const char16_t* name)
-    {
-        return QVReadSettingsString(*Key(keyPath), QVString(name), QVString(u"<none>"), 0).ToUTF8();
-    }
-    void Write(const char16_t* keyPath, const char16_t* name, const char16_t* value)
-    {
-        Key(keyPath)->WriteString(name, value);
-    }
-
-    StoreTools tools;
-
-private:
-    IQVTools* previous;
-};
+using StoreTools = qvtest::FileStoreTools;
+using ScopedStore = qvtest::ScopedFileStore;
 
 inline constexpr const char16_t* CURRENT_KEY = u"Zones\\1\\Equalizer";
 inline constexpr const char16_t* PRESETS_KEY = u"Zones\\Global\\Equalizer\\Presets";

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "host/SettingsStore.h"
+#include "support/FileStoreTools.h"
 #include "parametric/ParametricFilter.h"
 #include "support/TestSupport.h"
 
@@ -70,35 +70,7 @@ inline double Db(double magnitude)
     return 20.0 * std::log10(magnitude);
 }
 
-// Tools whose settings keys are kept in a JSON file of their own.
-class StoreTools : public qvtest::TestTools
-{
-public:
-    StoreTools()
-    {
-        path = (std::filesystem::temp_directory_path() /
-                ("qvdsp-parametric-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".json"))
-                   .string();
-        std::filesystem::remove(path);
-        withTranslator = false;
-    }
-    ~StoreTools() { std::filesystem::remove(path); }
-    IQVSettingsKey* GetPluginKeyObject(const QVString& keyPath, bool systemScope) override
-    {
-        return new CFileSettingsKey(path, NormalizeSettingsPath(keyPath.ToUTF8(), false), systemScope);
-    }
-    std::string path;
-    static inline int counter = 0;
-};
-
-class ScopedStore
-{
-public:
-    ScopedStore() : previous(GetQVTools()) { SetQVTools(&tools); }
-    ~ScopedStore() { SetQVTools(previous); }
-    StoreTools tools;
-
-private:
-    IQVTools* previous;
-};
+// Settings in a JSON file of the test's own.
+using StoreTools = qvtest::FileStoreTools;
+using ScopedStore = qvtest::ScopedFileStore;
 }  // namespace ptest
