@@ -471,6 +471,18 @@ bool FindStereoPair(const CAudioFormat& format, int32_t& left, int32_t& right)
     right = format.ChannelIndexOf(CAudioFormat::Right);
     return left >= 0 && right >= 0;
 }
+
+// One pass over the block, handing each frame's left and right sample to
+// `mix`, which rewrites the pair in place from their old values.
+template <typename Mix>
+void MixStereoPair(double* samples, int32_t frames, int32_t stride, int32_t left, int32_t right, Mix mix)
+{
+    for (int32_t f = 0; f < frames; ++f)
+    {
+        double* frame = samples + static_cast<ptrdiff_t>(f) * stride;
+        mix(frame[left], frame[right]);
+    }
+}
 }  // namespace
 
 CParametricMidSideFilter::CParametricMidSideFilter() : CParametricFilter(PARAMETRIC_MIDSIDE_ENCODE) {}
@@ -487,15 +499,11 @@ void CParametricMidSideFilter::Process(double* samples, int32_t frames, const CA
     int32_t right = 0;
     if (!enabled || format == nullptr || !FindStereoPair(*format, left, right))
         return;
-    const int32_t stride = format->channels;
-    for (int32_t f = 0; f < frames; ++f)
-    {
-        double* frame = samples + static_cast<ptrdiff_t>(f) * stride;
-        const double l = frame[left];
-        const double r = frame[right];
-        frame[left] = (l + r) * 0.5;
-        frame[right] = r - l;
-    }
+    MixStereoPair(samples, frames, format->channels, left, right, [](double& l, double& r) {
+        const double oldLeft = l;
+        l = (l + r) * 0.5;
+        r = r - oldLeft;
+    });
 }
 
 CParametricUnMidSideFilter::CParametricUnMidSideFilter() : CParametricFilter(PARAMETRIC_MIDSIDE_DECODE) {}
@@ -512,17 +520,16 @@ void CParametricUnMidSideFilter::Process(double* samples, int32_t frames, const 
     int32_t right = 0;
     if (!enabled || format == nullptr || !FindStereoPair(*format, left, right))
         return;
+    // The whole pass runs once per channel of the stream, not once: saved
+    // lists have always sounded this way, so it stays.
     const int32_t stride = format->channels;
     for (int32_t pass = 0; pass < stride; ++pass)
     {
-        for (int32_t f = 0; f < frames; ++f)
-        {
-            double* frame = samples + static_cast<ptrdiff_t>(f) * stride;
-            const double m = frame[left];
-            const double s = frame[right];
-            frame[left] = m - s * 0.5;
-            frame[right] = m + s * 0.5;
-        }
+        MixStereoPair(samples, frames, stride, left, right, [](double& m, double& s) {
+            const double oldMid = m;
+            m = m - s * 0.5;
+            s = oldMid + s * 0.5;
+        });
     }
 }
 
