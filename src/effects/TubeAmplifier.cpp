@@ -18,19 +18,9 @@ int32_t CTubeAmplifierDSPPlugin::SetFormat(const CAudioFormat& newFormat) {
 }
 
 int64_t CTubeAmplifierDSPPlugin::Command(int32_t kind, void* arg, uint64_t* out) {
-  switch (kind) {
-    case DSPCMD_OPEN_PANEL:
-      return OpenPanelModel(panel, this);
-    case DSPCMD_CLOSE_PANEL:
-      return ClosePanelModel(panel);
-    case DSPCMD_SET_STATE:
-    case DSPCMD_DESCRIBE:
-      return 0;
-    case DSPCMD_QUERY_FLAG:
-      return 1;
-    default:
-      return -1;
-  }
+  if (kind == DSPCMD_OPEN_PANEL) return OpenPanelModel(panel, this);
+  if (kind == DSPCMD_CLOSE_PANEL) return ClosePanelModel(panel);
+  return StatelessCommand(kind);
 }
 
 // Interleaving does not matter to a per-sample curve, so the block is one run

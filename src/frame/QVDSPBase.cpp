@@ -42,3 +42,15 @@ int32_t QVDSPBase::ProcessBlock(double* samples, int32_t frames, IQVDSPSink* sin
 void QVDSPBase::StoreFormat(CAudioFormat& own, const CAudioFormat& format) {
   if (&own != &format) own = format;
 }
+
+int64_t QVDSPBase::StatelessCommand(int32_t kind) {
+  switch (kind) {
+    case DSPCMD_SET_STATE:
+    case DSPCMD_DESCRIBE:
+      return 0;
+    case DSPCMD_QUERY_FLAG:
+      return 1;
+    default:
+      return -1;
+  }
+}

@@ -29,6 +29,11 @@ class QVDSPBase : public IQVDSP {
   // The copy every SetFormat begins with; a record is not copied onto itself.
   static void StoreFormat(CAudioFormat& own, const CAudioFormat& format);
 
+  // The Command answers, panel commands aside, of a plug-in that keeps no
+  // settings and has nothing to describe: 3 and 8 succeed, 5 gives the class
+  // constant 1, anything else -1.
+  static int64_t StatelessCommand(int32_t kind);
+
   IQVDSPHost* host;   // not owned; null for plug-ins the module makes for itself
   int32_t zone;       // DSP_ZONE_GLOBAL for no zone
   bool transient;     // set by DSPOPT_TRANSIENT, never cleared

@@ -1,7 +1,6 @@
 #include "output/AdaptiveVolume.h"
 
 #include "frame/IQVTools.h"
-#include "output/VolumeLeveling.h"
 
 const CAdaptiveVolumeDlg::Choice CAdaptiveVolumeDlg::kChoices[kChoiceCount] = {
     {u"1", u"Peak Level Normalize",
@@ -82,5 +81,5 @@ int32_t CAdaptiveVolumeDSPPlugin::ProcessBlock(double* samples, int32_t frames, 
 int64_t CAdaptiveVolumeDSPPlugin::Command(int32_t kind, void* arg, uint64_t* out) {
   if (kind == DSPCMD_OPEN_PANEL) return OpenPanelModel(panel, this);
   if (kind == DSPCMD_CLOSE_PANEL) return ClosePanelModel(panel);
-  return HostStageCommand(kind);
+  return StatelessCommand(kind);
 }

@@ -10,18 +10,6 @@ CVolumeLevelingDlg::CVolumeLevelingDlg(CVolumeLevelingDSPPlugin* plugin)
           u"compensate for this.",
       }) {}
 
-int64_t HostStageCommand(int32_t kind) {
-  switch (kind) {
-    case DSPCMD_SET_STATE:
-    case DSPCMD_DESCRIBE:
-      return 0;
-    case DSPCMD_QUERY_FLAG:
-      return 1;
-    default:
-      return -1;
-  }
-}
-
 CVolumeLevelingDSPPlugin::CVolumeLevelingDSPPlugin(IQVDSPHost* hostObject, int32_t zoneNumber)
     : QVDSPBase(hostObject, zoneNumber) {}
 
@@ -43,5 +31,5 @@ int32_t CVolumeLevelingDSPPlugin::ProcessBlock(double* samples, int32_t frames, 
 int64_t CVolumeLevelingDSPPlugin::Command(int32_t kind, void* arg, uint64_t* out) {
   if (kind == DSPCMD_OPEN_PANEL) return OpenPanelModel(panel, this);
   if (kind == DSPCMD_CLOSE_PANEL) return ClosePanelModel(panel);
-  return HostStageCommand(kind);
+  return StatelessCommand(kind);
 }

@@ -32,7 +32,3 @@ class CVolumeLevelingDSPPlugin : public QVDSPBase {
  private:
   std::unique_ptr<CVolumeLevelingDlg> panel;
 };
-
-// The Command answers shared by the plug-ins that only hold a panel for a stage
-// the host runs: 3 and 8 succeed, 5 gives the class constant 1.
-int64_t HostStageCommand(int32_t kind);
