@@ -390,16 +390,8 @@ QVString CAllPassFilter::GetDescription() const
 void CAllPassFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricIIRFilter::Serialize(load, map);
-    if (load)
-    {
-        frequency = map.GetDouble(u"Frequency", frequency);
-        q = map.GetDouble(u"Q", q);
-    }
-    else
-    {
-        map.SetDouble(u"Frequency", frequency);
-        map.SetDouble(u"Q", q);
-    }
+    SerializeValue(load, map, u"Frequency", frequency);
+    SerializeValue(load, map, u"Q", q);
 }
 
 // ---------------------------------------------------------------------------

@@ -136,22 +136,11 @@ void CParametricLimiterFilter::ProcessAdaptive(double* samples, int32_t frames, 
 void CParametricLimiterFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
-    if (load)
-    {
-        mode = map.GetInt(u"Mode", mode);
-        level = map.GetDouble(u"Level", level);
-        attack = map.GetDouble(u"Attack", attack);
-        hold = map.GetDouble(u"Hold", hold);
-        release = map.GetDouble(u"Release", release);
-    }
-    else
-    {
-        map.SetInt(u"Mode", mode);
-        map.SetDouble(u"Level", level);
-        map.SetDouble(u"Attack", attack);
-        map.SetDouble(u"Hold", hold);
-        map.SetDouble(u"Release", release);
-    }
+    SerializeValue(load, map, u"Mode", mode);
+    SerializeValue(load, map, u"Level", level);
+    SerializeValue(load, map, u"Attack", attack);
+    SerializeValue(load, map, u"Hold", hold);
+    SerializeValue(load, map, u"Release", release);
     SerializeChannelList(load, map, u"Channels", channels);
 }
 
@@ -306,10 +295,7 @@ void CParametricSubwooferLimiterFilter::Process(double* samples, int32_t frames,
 void CParametricSubwooferLimiterFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
-    if (load)
-        level = map.GetDouble(u"Level", level);
-    else
-        map.SetDouble(u"Level", level);
+    SerializeValue(load, map, u"Level", level);
     SerializeChannelList(load, map, u"Channels", channels);
 }
 

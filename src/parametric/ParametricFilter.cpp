@@ -125,16 +125,8 @@ void CParametricFilter::NotifyListResized()
 
 void CParametricFilter::Serialize(bool load, QVPropertyMap& map)
 {
-    if (load)
-    {
-        type = map.GetInt(u"Type", type);
-        enabled = map.GetInt(u"Enabled", enabled ? 1 : 0) != 0;
-    }
-    else
-    {
-        map.SetInt(u"Type", type);
-        map.SetInt(u"Enabled", enabled ? 1 : 0);
-    }
+    SerializeValue(load, map, u"Type", type);
+    SerializeValue(load, map, u"Enabled", enabled);
 }
 
 QVString CParametricFilter::SaveToText()
@@ -257,6 +249,30 @@ void SerializeChannelList(bool load, QVPropertyMap& map, const char16_t* key, Ch
     {
         map.SetString(key, ChannelListToText(channels, separator), false);
     }
+}
+
+void SerializeValue(bool load, QVPropertyMap& map, const char16_t* key, int32_t& value)
+{
+    if (load)
+        value = map.GetInt(key, value);
+    else
+        map.SetInt(key, value);
+}
+
+void SerializeValue(bool load, QVPropertyMap& map, const char16_t* key, double& value)
+{
+    if (load)
+        value = map.GetDouble(key, value);
+    else
+        map.SetDouble(key, value);
+}
+
+void SerializeValue(bool load, QVPropertyMap& map, const char16_t* key, bool& value)
+{
+    if (load)
+        value = map.GetInt(key, value ? 1 : 0) != 0;
+    else
+        map.SetInt(key, value ? 1 : 0);
 }
 
 QVString ShortChannelName(int32_t channelId)

@@ -148,6 +148,12 @@ QVString ChannelListToText(const ChannelList& channels, char16_t separator);
 void ChannelListFromText(const QVString& text, char16_t separator, ChannelList& channels);
 void SerializeChannelList(bool load, QVPropertyMap& map, const char16_t* key, ChannelList& channels,
                           char16_t separator = u';');
+// One field under `key`, named once for both directions: read when loading
+// (a missing key leaves the value as it is), written otherwise. Flags are
+// kept as 0 and 1.
+void SerializeValue(bool load, QVPropertyMap& map, const char16_t* key, int32_t& value);
+void SerializeValue(bool load, QVPropertyMap& map, const char16_t* key, double& value);
+void SerializeValue(bool load, QVPropertyMap& map, const char16_t* key, bool& value);
 
 // The end of many descriptions: " (L,R)" with the short channel names, or
 // nothing for an empty list.

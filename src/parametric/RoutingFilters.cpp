@@ -81,10 +81,7 @@ void CParametricVolumeFilter::Process(double* samples, int32_t frames, const CAu
 void CParametricVolumeFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
-    if (load)
-        gain = map.GetDouble(u"Gain", gain);
-    else
-        map.SetDouble(u"Gain", gain);
+    SerializeValue(load, map, u"Gain", gain);
     SerializeChannelList(load, map, u"Channels", channels);
 }
 
@@ -188,20 +185,10 @@ void CParametricChannelMixerFilter::Process(double* samples, int32_t frames, con
 void CParametricChannelMixerFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
-    if (load)
-    {
-        source = map.GetInt(u"Source", source);
-        destination = map.GetInt(u"Destination", destination);
-        mode = map.GetInt(u"Mode", mode);
-        gain = map.GetDouble(u"Gain", gain);
-    }
-    else
-    {
-        map.SetInt(u"Source", source);
-        map.SetInt(u"Destination", destination);
-        map.SetInt(u"Mode", mode);
-        map.SetDouble(u"Gain", gain);
-    }
+    SerializeValue(load, map, u"Source", source);
+    SerializeValue(load, map, u"Destination", destination);
+    SerializeValue(load, map, u"Mode", mode);
+    SerializeValue(load, map, u"Gain", gain);
 }
 
 void CParametricChannelMixerFilter::BuildPanel(CFilterPanel& target)
@@ -384,10 +371,7 @@ void CParametricDelayFilter::Process(double* samples, int32_t frames, const CAud
 void CParametricDelayFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
-    if (load)
-        delay = map.GetDouble(u"Delay", delay);
-    else
-        map.SetDouble(u"Delay", delay);
+    SerializeValue(load, map, u"Delay", delay);
     SerializeChannelList(load, map, u"Channels", channels);
 }
 

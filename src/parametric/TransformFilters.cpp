@@ -103,22 +103,11 @@ void CParametricLinkwitzTransformFilter::Process(double* samples, int32_t frames
 void CParametricLinkwitzTransformFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
-    if (load)
-    {
-        fz = map.GetDouble(u"Fz", fz);
-        qz = map.GetDouble(u"Qz", qz);
-        fp = map.GetDouble(u"Fp", fp);
-        qp = map.GetDouble(u"Qp", qp);
-        preventClipping = map.GetInt(u"PreventClipping", preventClipping ? 1 : 0) != 0;
-    }
-    else
-    {
-        map.SetDouble(u"Fz", fz);
-        map.SetDouble(u"Qz", qz);
-        map.SetDouble(u"Fp", fp);
-        map.SetDouble(u"Qp", qp);
-        map.SetInt(u"PreventClipping", preventClipping ? 1 : 0);
-    }
+    SerializeValue(load, map, u"Fz", fz);
+    SerializeValue(load, map, u"Qz", qz);
+    SerializeValue(load, map, u"Fp", fp);
+    SerializeValue(load, map, u"Qp", qp);
+    SerializeValue(load, map, u"PreventClipping", preventClipping);
     SerializeChannelList(load, map, u"Channels", channels);
 }
 
@@ -232,10 +221,7 @@ void CLinkwitzRileyFilter::Process(double* samples, int32_t frames, const CAudio
 void CLinkwitzRileyFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
-    if (load)
-        frequency = map.GetDouble(u"Frequency", frequency);
-    else
-        map.SetDouble(u"Frequency", frequency);
+    SerializeValue(load, map, u"Frequency", frequency);
 }
 
 void CLinkwitzRileyFilter::BuildPanel(CFilterPanel& target)
@@ -360,16 +346,8 @@ void CParametricBitdepthSimulatorFilter::Process(double* samples, int32_t frames
 void CParametricBitdepthSimulatorFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
-    if (load)
-    {
-        bits = map.GetInt(u"Bits", bits);
-        dither = map.GetInt(u"Dither", dither ? 1 : 0) != 0;
-    }
-    else
-    {
-        map.SetInt(u"Bits", bits);
-        map.SetInt(u"Dither", dither ? 1 : 0);
-    }
+    SerializeValue(load, map, u"Bits", bits);
+    SerializeValue(load, map, u"Dither", dither);
 }
 
 void CParametricBitdepthSimulatorFilter::BuildPanel(CFilterPanel& target)
