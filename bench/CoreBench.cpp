@@ -8,14 +8,17 @@
 #include "core/QVMap.h"
 #include "core/QVString.h"
 
-namespace {
+namespace
+{
 
-constexpr char16_t SHORT_TEXT[] = u"Output Filename";  // 15 characters: beyond std::u16string's inline room
+constexpr char16_t SHORT_TEXT[] =
+    u"Output Filename";  // 15 characters: beyond std::u16string's inline room
 constexpr int32_t SHORT_LENGTH = 15;
 
 void ShortStringWithPool(benchmark::State& state)
 {
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         QVString text(SHORT_TEXT, SHORT_LENGTH);
         benchmark::DoNotOptimize(text.c_str());
     }
@@ -31,7 +34,8 @@ void ShortStringWithoutPool(benchmark::State& state)
         filler.push_back(globals.Allocate(1000, false));
     for (QVStringData* buffer : filler)
         globals.Free(buffer);
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         QVStringData* buffer = globals.Create(SHORT_TEXT, SHORT_LENGTH, 0, 0);
         benchmark::DoNotOptimize(buffer->Chars());
         globals.Free(buffer);
@@ -42,7 +46,8 @@ BENCHMARK(ShortStringWithoutPool);
 
 void ShortStdU16String(benchmark::State& state)
 {
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         std::u16string text(SHORT_TEXT, SHORT_LENGTH);
         benchmark::DoNotOptimize(text.data());
     }
@@ -52,7 +57,8 @@ BENCHMARK(ShortStdU16String);
 void CopySharedString(benchmark::State& state)
 {
     const QVString shared(SHORT_TEXT);
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         QVString copy = shared;
         benchmark::DoNotOptimize(copy.c_str());
     }
@@ -62,7 +68,8 @@ BENCHMARK(CopySharedString);
 void CopyLiteralString(benchmark::State& state)
 {
     const QVString literal = u"Output Filename"_qv;
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         QVString copy = literal;
         benchmark::DoNotOptimize(copy.c_str());
     }
@@ -72,7 +79,8 @@ BENCHMARK(CopyLiteralString);
 void CopyStdU16String(benchmark::State& state)
 {
     const std::u16string original(SHORT_TEXT);
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         std::u16string copy = original;
         benchmark::DoNotOptimize(copy.data());
     }
@@ -95,7 +103,8 @@ void StringMapLookup(benchmark::State& state)
     for (size_t i = 0; i < keys.size(); ++i)
         map[keys[i]] = static_cast<int>(i);
     size_t next = 0;
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         benchmark::DoNotOptimize(map.Find(keys[next]));
         next = next + 1 == keys.size() ? 0 : next + 1;
     }
@@ -107,12 +116,14 @@ void StdStringMapLookup(benchmark::State& state)
     const std::vector<QVString> source = MakeKeys(static_cast<int>(state.range(0)));
     std::vector<std::u16string> keys;
     std::unordered_map<std::u16string, int> map;
-    for (size_t i = 0; i < source.size(); ++i) {
+    for (size_t i = 0; i < source.size(); ++i)
+    {
         keys.emplace_back(source[i].View());
         map[keys.back()] = static_cast<int>(i);
     }
     size_t next = 0;
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         benchmark::DoNotOptimize(map.find(keys[next]));
         next = next + 1 == keys.size() ? 0 : next + 1;
     }
@@ -126,7 +137,8 @@ void IntMapLookup(benchmark::State& state)
     for (int i = 0; i < count; ++i)
         map[i * 7] = i;
     int32_t next = 0;
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         benchmark::DoNotOptimize(map.Find(next * 7));
         next = next + 1 == count ? 0 : next + 1;
     }
@@ -140,7 +152,8 @@ void StdIntMapLookup(benchmark::State& state)
     for (int i = 0; i < count; ++i)
         map[i * 7] = i;
     int32_t next = 0;
-    for (auto _ : state) {
+    for (auto _ : state)
+    {
         benchmark::DoNotOptimize(map.find(next * 7));
         next = next + 1 == count ? 0 : next + 1;
     }

@@ -51,7 +51,8 @@ void RunEqualizer(benchmark::State& state, const char16_t* setting)
     }
     SetQVTools(previous);
     const double framesDone = static_cast<double>(state.iterations()) * frames;
-    state.counters["x realtime"] = benchmark::Counter(framesDone / kSampleRate, benchmark::Counter::kIsRate);
+    state.counters["x realtime"] =
+        benchmark::Counter(framesDone / kSampleRate, benchmark::Counter::kIsRate);
     state.counters["ns/band-sample"] = benchmark::Counter(
         framesDone * kChannels * 20, benchmark::Counter::kIsRate | benchmark::Counter::kInvert,
         benchmark::Counter::OneK::kIs1000);

@@ -27,8 +27,8 @@ std::vector<double> Noise()
 void CountPerSection(benchmark::State& state, int64_t sections)
 {
     state.counters["per sample and section"] = benchmark::Counter(
-        static_cast<double>(BlockFrames * sections), benchmark::Counter::kIsIterationInvariantRate |
-                                                          benchmark::Counter::kInvert);
+        static_cast<double>(BlockFrames * sections),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
 void RunFilter(benchmark::State& state, CIIRFilter& filter)
@@ -51,7 +51,8 @@ void AnalogLayout(benchmark::State& state)
 {
     CIIRFilter filter;
     const int sections = static_cast<int>(state.range(0));
-    filter.Design(IIR_LOWPASS_12 + sections - 1, 48000.0, 1000.0, 0.0, 0.7071067811865476, true, QVString());
+    filter.Design(IIR_LOWPASS_12 + sections - 1, 48000.0, 1000.0, 0.0, 0.7071067811865476, true,
+                  QVString());
     RunFilter(state, filter);
 }
 BENCHMARK(AnalogLayout)->Arg(1)->Arg(2)->Arg(4);
@@ -65,7 +66,8 @@ void DirectLayout(benchmark::State& state)
     const uint32_t sections = static_cast<uint32_t>(state.range(0));
     for (uint32_t k = 1; k < sections; ++k)
         for (int i = 0; i < CIIRFilter::DirectCoefficientsPerSection; ++i)
-            filter.coefficients[k * CIIRFilter::DirectCoefficientsPerSection + i] = filter.coefficients[i];
+            filter.coefficients[k * CIIRFilter::DirectCoefficientsPerSection + i] =
+                filter.coefficients[i];
     filter.sectionCount = sections;
     RunFilter(state, filter);
 }
@@ -78,7 +80,8 @@ void HandWrittenBiquad(benchmark::State& state)
 {
     CIIRFilter design;
     design.Design(IIR_PEAKING, 48000.0, 1000.0, 1.0, 1.0, true, QVString());
-    const double b0 = design.coefficients[0], b1 = design.coefficients[1], b2 = design.coefficients[2];
+    const double b0 = design.coefficients[0], b1 = design.coefficients[1],
+                 b2 = design.coefficients[2];
     const double a1 = design.coefficients[3], a2 = design.coefficients[4];
     const std::vector<double> input = Noise();
     std::vector<double> output(BlockFrames);

@@ -74,8 +74,9 @@ void RunList(benchmark::State& state, const QVString& listText)
         benchmark::ClobberMemory();
     }
     state.SetItemsProcessed(state.iterations() * BLOCK_FRAMES);
-    state.counters["x realtime"] = benchmark::Counter(static_cast<double>(state.iterations()) * BLOCK_FRAMES / 48000.0,
-                                                      benchmark::Counter::kIsRate);
+    state.counters["x realtime"] =
+        benchmark::Counter(static_cast<double>(state.iterations()) * BLOCK_FRAMES / 48000.0,
+                           benchmark::Counter::kIsRate);
 }
 
 void BM_ParametricTenPeaksStereo(benchmark::State& state)

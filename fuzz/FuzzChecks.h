@@ -12,7 +12,8 @@
 #include "core/QVPropertyMap.h"
 #include "core/QVXml.h"
 
-namespace qvfuzz {
+namespace qvfuzz
+{
 
 inline void Require(bool condition, const char* what)
 {
@@ -57,7 +58,8 @@ inline void CheckXmlDocument(const QVXml& xml)
     while (element != 0)
     {
         Require(++visited <= xml.GetElementCount(), "each element is visited once");
-        Require(xml.GetOffset(element) >= 0 && static_cast<size_t>(xml.GetOffset(element)) < textLength,
+        Require(xml.GetOffset(element) >= 0 &&
+                    static_cast<size_t>(xml.GetOffset(element)) < textLength,
                 "offsets lie in the text");
         QVString value;
         xml.GetName(element);

@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
   libfftw3-dev libsndfile1-dev libsoxr-dev libsoundtouch-dev zlib1g-dev
+  clang-format
 )
 
 missing=()

@@ -2,7 +2,8 @@
 
 #include <climits>
 
-namespace {
+namespace
+{
 
 // Automatic growth steps: few reallocations for small arrays, bounded waste
 // for large ones.
@@ -15,7 +16,8 @@ int32_t QVArrayBase::NextCapacity(int32_t count, int32_t needed, int32_t growBy)
 {
     if (needed < 0 || needed > INT32_MAX - GROWTH_BEYOND_STEPS)
         throw std::bad_alloc();
-    if (growBy > 0) {
+    if (growBy > 0)
+    {
         const int64_t rounded = (static_cast<int64_t>(needed) + growBy - 1) / growBy * growBy;
         if (rounded > INT32_MAX)
             throw std::bad_alloc();

@@ -11,7 +11,8 @@
 #include <type_traits>
 #include <utility>
 
-class QVArrayBase {
+class QVArrayBase
+{
 public:
     static constexpr int32_t GROW_AUTOMATIC = -1;
 
@@ -37,7 +38,8 @@ protected:
 
 // `PLAIN` elements are moved and copied by bytes and need no destructor.
 template <typename T, typename ARG = const T&, bool PLAIN = std::is_trivially_copyable_v<T>>
-class QVCoreArray : public QVArrayBase {
+class QVCoreArray : public QVArrayBase
+{
 public:
     using value_type = T;
 
@@ -53,7 +55,8 @@ public:
     ~QVCoreArray() { RemoveAll(); }
     QVCoreArray& operator=(const QVCoreArray& other)
     {
-        if (this != &other) {
+        if (this != &other)
+        {
             RemoveAll();
             Append(other);
         }
@@ -61,7 +64,8 @@ public:
     }
     QVCoreArray& operator=(QVCoreArray&& other) noexcept
     {
-        if (this != &other) {
+        if (this != &other)
+        {
             RemoveAll();
             Swap(other);
         }
@@ -75,7 +79,10 @@ public:
     T& GetAt(int32_t index) { return (*this)[index]; }
     const T& GetAt(int32_t index) const { return (*this)[index]; }
     T* GetPtr(int32_t index) { return index >= 0 && index < m_count ? Items() + index : nullptr; }
-    const T* GetPtr(int32_t index) const { return index >= 0 && index < m_count ? Items() + index : nullptr; }
+    const T* GetPtr(int32_t index) const
+    {
+        return index >= 0 && index < m_count ? Items() + index : nullptr;
+    }
     void SetAt(int32_t index, ARG value) { (*this)[index] = value; }
     T& GetLast() { return (*this)[m_count - 1]; }
 
@@ -86,11 +93,14 @@ public:
 
     int32_t Add(ARG value)
     {
-        if (m_count + 1 > m_capacity) {
+        if (m_count + 1 > m_capacity)
+        {
             T copy(value);  // `value` may live in the block that growth frees
             GrowFor(m_count + 1);
             new (Items() + m_count) T(std::move(copy));
-        } else {
+        }
+        else
+        {
             new (Items() + m_count) T(value);
         }
         return m_count++;
@@ -153,7 +163,8 @@ public:
     {
         if (count < 0)
             count = 0;
-        if (count < m_count) {
+        if (count < m_count)
+        {
             RemoveAt(count, m_count - count);
             return;
         }
@@ -191,11 +202,16 @@ private:
         void* block = ::operator new(static_cast<size_t>(capacity) * sizeof(T));
         std::memset(block, 0, static_cast<size_t>(capacity) * sizeof(T));
         T* target = static_cast<T*>(block);
-        if constexpr (PLAIN) {
+        if constexpr (PLAIN)
+        {
             if (m_count > 0)
-                std::memcpy(static_cast<void*>(target), m_data, static_cast<size_t>(m_count) * sizeof(T));
-        } else {
-            for (int32_t i = 0; i < m_count; ++i) {
+                std::memcpy(static_cast<void*>(target), m_data,
+                            static_cast<size_t>(m_count) * sizeof(T));
+        }
+        else
+        {
+            for (int32_t i = 0; i < m_count; ++i)
+            {
                 new (target + i) T(std::move(Items()[i]));
                 Items()[i].~T();
             }
@@ -209,11 +225,15 @@ private:
     void OpenGap(int32_t index, int32_t gap)
     {
         T* items = Items();
-        if constexpr (PLAIN) {
+        if constexpr (PLAIN)
+        {
             std::memmove(static_cast<void*>(items + index + gap), items + index,
                          static_cast<size_t>(m_count - index) * sizeof(T));
-        } else {
-            for (int32_t i = m_count - 1; i >= index; --i) {
+        }
+        else
+        {
+            for (int32_t i = m_count - 1; i >= index; --i)
+            {
                 new (items + i + gap) T(std::move(items[i]));
                 items[i].~T();
             }
@@ -223,10 +243,15 @@ private:
     // Moves `count` live elements down from `source` into destroyed slots at `target`.
     static void RelocateBytesOrMove(T* target, T* source, int32_t count)
     {
-        if constexpr (PLAIN) {
-            std::memmove(static_cast<void*>(target), source, static_cast<size_t>(count) * sizeof(T));
-        } else {
-            for (int32_t i = 0; i < count; ++i) {
+        if constexpr (PLAIN)
+        {
+            std::memmove(static_cast<void*>(target), source,
+                         static_cast<size_t>(count) * sizeof(T));
+        }
+        else
+        {
+            for (int32_t i = 0; i < count; ++i)
+            {
                 new (target + i) T(std::move(source[i]));
                 source[i].~T();
             }
@@ -236,20 +261,23 @@ private:
     void ZeroTail(int32_t first, int32_t last)
     {
         if (last > first)
-            std::memset(static_cast<void*>(Items() + first), 0, static_cast<size_t>(last - first) * sizeof(T));
+            std::memset(static_cast<void*>(Items() + first), 0,
+                        static_cast<size_t>(last - first) * sizeof(T));
     }
 };
 
 // Elements copied with their constructors and destructors.
 template <typename T, typename ARG = const T&>
-class QVArray : public QVCoreArray<T, ARG, false> {
+class QVArray : public QVCoreArray<T, ARG, false>
+{
 public:
     using QVCoreArray<T, ARG, false>::QVCoreArray;
 };
 
 // Numbers (or pointers) held by value: search by value and sort.
 template <typename T>
-class QVNumberArray : public QVCoreArray<T, T, true> {
+class QVNumberArray : public QVCoreArray<T, T, true>
+{
 public:
     using QVCoreArray<T, T, true>::QVCoreArray;
 
@@ -285,13 +313,15 @@ public:
     int32_t BinarySearch(T value) const
     {
         const T* found = std::lower_bound(this->begin(), this->end(), value);
-        return found != this->end() && *found == value ? static_cast<int32_t>(found - this->begin()) : -1;
+        return found != this->end() && *found == value ? static_cast<int32_t>(found - this->begin())
+                                                       : -1;
     }
 };
 
 // Pointers that the array does not own.
 template <typename T>
-class QVPointerArray : public QVNumberArray<T*> {
+class QVPointerArray : public QVNumberArray<T*>
+{
 public:
     using QVNumberArray<T*>::QVNumberArray;
 };
@@ -299,7 +329,8 @@ public:
 // Pointers that the array owns: removing an entry or destroying the array
 // deletes the object.
 template <typename T>
-class QVOwnedPtrArray : public QVCoreArray<T*, T*, true> {
+class QVOwnedPtrArray : public QVCoreArray<T*, T*, true>
+{
     using Base = QVCoreArray<T*, T*, true>;
 
 public:
@@ -349,19 +380,24 @@ public:
 };
 
 template <typename A, typename B>
-struct QVPair {
+struct QVPair
+{
     A first;
     B second;
 };
 
 // Pairs of two element types, searched by either side.
 template <typename A, typename B>
-class QVPairArray : public QVArray<QVPair<A, B>> {
+class QVPairArray : public QVArray<QVPair<A, B>>
+{
 public:
     using QVArray<QVPair<A, B>>::QVArray;
     using QVArray<QVPair<A, B>>::Add;
 
-    int32_t Add(const A& first, const B& second) { return QVArray<QVPair<A, B>>::Add(QVPair<A, B>{first, second}); }
+    int32_t Add(const A& first, const B& second)
+    {
+        return QVArray<QVPair<A, B>>::Add(QVPair<A, B>{first, second});
+    }
     int32_t FindFirst(const A& first) const
     {
         for (int32_t i = 0; i < this->m_count; ++i)

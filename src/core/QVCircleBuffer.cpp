@@ -24,8 +24,8 @@ uint32_t QVCircleBufferBase::GetFree() const
 
 // The one or two pieces of Storage from WritePosition on, split at the end of
 // the storage. False when fewer than `bytes` are free.
-bool QVCircleBufferBase::Acquire(uint32_t bytes, uint8_t*& first, uint32_t& firstSize, uint8_t*& second,
-                                 uint32_t& secondSize)
+bool QVCircleBufferBase::Acquire(uint32_t bytes, uint8_t*& first, uint32_t& firstSize,
+                                 uint8_t*& second, uint32_t& secondSize)
 {
     first = second = nullptr;
     firstSize = secondSize = 0;
@@ -35,7 +35,8 @@ bool QVCircleBufferBase::Acquire(uint32_t bytes, uint8_t*& first, uint32_t& firs
     const uint32_t toEnd = Capacity - write;
     first = Storage + write;
     firstSize = std::min(bytes, toEnd);
-    if (bytes > toEnd) {
+    if (bytes > toEnd)
+    {
         second = Storage;
         secondSize = bytes - toEnd;
     }
@@ -109,7 +110,8 @@ QVMemoryCircleBuffer::QVMemoryCircleBuffer(uint32_t capacity)
 }
 
 QVCircleBuffer::QVCircleBuffer(uint32_t capacity, bool withLock)
-    : QVMemoryCircleBuffer(capacity), m_lock(withLock ? std::make_unique<std::recursive_mutex>() : nullptr)
+    : QVMemoryCircleBuffer(capacity),
+      m_lock(withLock ? std::make_unique<std::recursive_mutex>() : nullptr)
 {
 }
 
@@ -120,7 +122,8 @@ bool QVCircleBuffer::Acquire(uint32_t bytes, uint8_t*& first, uint32_t& firstSiz
 {
     if (m_lock)
         m_lock->lock();
-    const bool acquired = QVMemoryCircleBuffer::Acquire(bytes, first, firstSize, second, secondSize);
+    const bool acquired =
+        QVMemoryCircleBuffer::Acquire(bytes, first, firstSize, second, secondSize);
     if (!acquired && m_lock)
         m_lock->unlock();
     return acquired;

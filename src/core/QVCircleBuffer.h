@@ -11,9 +11,11 @@
 #include <memory>
 #include <mutex>
 
-class QVCircleBufferBase {
+class QVCircleBufferBase
+{
 public:
-    virtual bool Acquire(uint32_t bytes, uint8_t*& first, uint32_t& firstSize, uint8_t*& second, uint32_t& secondSize);
+    virtual bool Acquire(uint32_t bytes, uint8_t*& first, uint32_t& firstSize, uint8_t*& second,
+                         uint32_t& secondSize);
     virtual void Commit(uint32_t bytes);
     virtual ~QVCircleBufferBase() = default;
 
@@ -34,7 +36,9 @@ public:
     void Reset();
 
 protected:
-    QVCircleBufferBase(uint8_t* storage, uint32_t capacity) : Capacity(capacity), Storage(storage) {}
+    QVCircleBufferBase(uint8_t* storage, uint32_t capacity) : Capacity(capacity), Storage(storage)
+    {
+    }
     void SetStorage(uint8_t* storage, uint32_t capacity);
 
     uint32_t Capacity;
@@ -44,7 +48,8 @@ protected:
 };
 
 // The plain ring over its own memory, with no lock.
-class QVMemoryCircleBuffer : public QVCircleBufferBase {
+class QVMemoryCircleBuffer : public QVCircleBufferBase
+{
 public:
     // Holds up to `capacity` - 1 bytes.
     explicit QVMemoryCircleBuffer(uint32_t capacity);
@@ -55,10 +60,12 @@ private:
 
 // The ring with an optional lock that Acquire takes and Commit releases, for
 // more than one writer.
-class QVCircleBuffer : public QVMemoryCircleBuffer {
+class QVCircleBuffer : public QVMemoryCircleBuffer
+{
 public:
     QVCircleBuffer(uint32_t capacity, bool withLock);
-    bool Acquire(uint32_t bytes, uint8_t*& first, uint32_t& firstSize, uint8_t*& second, uint32_t& secondSize) override;
+    bool Acquire(uint32_t bytes, uint8_t*& first, uint32_t& firstSize, uint8_t*& second,
+                 uint32_t& secondSize) override;
     void Commit(uint32_t bytes) override;
     bool HasLock() const { return m_lock != nullptr; }
 

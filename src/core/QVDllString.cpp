@@ -6,7 +6,8 @@ void QVDllString::SetText(const char16_t* text, int32_t length)
 {
     if (!m_target)
         return;
-    if (length < 0) {
+    if (length < 0)
+    {
         *m_target = QVString(text);
         return;
     }

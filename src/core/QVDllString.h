@@ -9,7 +9,8 @@
 
 #include "core/QVString.h"
 
-class IQVDllString {
+class IQVDllString
+{
 public:
     virtual void SetText(const char16_t* text, int32_t length) = 0;  // length -1: up to the NUL
     virtual const char16_t* GetText() const = 0;
@@ -19,7 +20,8 @@ protected:
     ~IQVDllString() = default;
 };
 
-class IQVDllBuffer {
+class IQVDllBuffer
+{
 public:
     virtual void SetData(const void* data, size_t size) = 0;
     virtual const void* GetData() const = 0;
@@ -33,7 +35,8 @@ protected:
 
 // Writes into a QVString of the calling side. The characters are copied into
 // this module's buffers, never shared with the other side's.
-class QVDllString final : public IQVDllString {
+class QVDllString final : public IQVDllString
+{
 public:
     explicit QVDllString(QVString* target) : m_target(target) {}
     void SetText(const char16_t* text, int32_t length) override;
@@ -44,7 +47,8 @@ private:
     QVString* m_target;
 };
 
-class QVDllBuffer final : public IQVDllBuffer {
+class QVDllBuffer final : public IQVDllBuffer
+{
 public:
     QVDllBuffer() = default;
     void SetData(const void* data, size_t size) override;

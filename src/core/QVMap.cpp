@@ -2,7 +2,8 @@
 
 #include <cstring>
 
-namespace {
+namespace
+{
 
 constexpr int32_t SMALLEST_TABLE = 7;
 constexpr int64_t LARGEST_POWER = int64_t{1} << 30;
@@ -25,11 +26,14 @@ int32_t QVMapBase::BucketCountFor(int32_t count, bool margin)
 void QVMapBase::Resize(int32_t count, bool margin)
 {
     const int32_t bucketCount = BucketCountFor(count, margin);
-    auto** buckets = static_cast<QVMapNodeBase**>(::operator new(sizeof(QVMapNodeBase*) * static_cast<size_t>(bucketCount)));
+    auto** buckets = static_cast<QVMapNodeBase**>(
+        ::operator new(sizeof(QVMapNodeBase*) * static_cast<size_t>(bucketCount)));
     std::memset(buckets, 0, sizeof(QVMapNodeBase*) * static_cast<size_t>(bucketCount));
-    for (int32_t bucket = 0; bucket < m_bucketCount; ++bucket) {
+    for (int32_t bucket = 0; bucket < m_bucketCount; ++bucket)
+    {
         QVMapNodeBase* node = m_buckets[bucket];
-        while (node) {
+        while (node)
+        {
             QVMapNodeBase* next = node->next;
             QVMapNodeBase*& head = buckets[node->hash % static_cast<uint32_t>(bucketCount)];
             node->next = head;

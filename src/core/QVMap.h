@@ -12,7 +12,8 @@
 #include "core/QVString.h"
 
 // Where nodes come from when a map is given one; null means the heap.
-class IQVBlockAllocator {
+class IQVBlockAllocator
+{
 public:
     virtual void* AllocateBlock(size_t size) = 0;
     virtual void FreeBlock(void* block) = 0;
@@ -21,12 +22,14 @@ protected:
     ~IQVBlockAllocator() = default;
 };
 
-struct QVMapNodeBase {
+struct QVMapNodeBase
+{
     QVMapNodeBase* next;
     uint32_t hash;
 };
 
-class QVMapBase {
+class QVMapBase
+{
 public:
     int32_t GetCount() const { return m_count; }
     bool IsEmpty() const { return m_count == 0; }
@@ -44,9 +47,18 @@ protected:
     // Relinks every node into a table of BucketCountFor(count, margin) buckets.
     void Resize(int32_t count, bool margin);
     // True when a new node may join its chain without resizing first.
-    bool HasRoomForOneMore() const { return m_bucketCount > 0 && m_count + 1 <= 2 * m_bucketCount + 2; }
-    QVMapNodeBase*& BucketOf(uint32_t hash) { return m_buckets[hash % static_cast<uint32_t>(m_bucketCount)]; }
-    void* AllocateNode(size_t size) { return m_allocator ? m_allocator->AllocateBlock(size) : ::operator new(size); }
+    bool HasRoomForOneMore() const
+    {
+        return m_bucketCount > 0 && m_count + 1 <= 2 * m_bucketCount + 2;
+    }
+    QVMapNodeBase*& BucketOf(uint32_t hash)
+    {
+        return m_buckets[hash % static_cast<uint32_t>(m_bucketCount)];
+    }
+    void* AllocateNode(size_t size)
+    {
+        return m_allocator ? m_allocator->AllocateBlock(size) : ::operator new(size);
+    }
     void FreeNode(void* node)
     {
         if (m_allocator)
@@ -73,23 +85,34 @@ uint32_t QVHashKey(const K& key)
     else if constexpr (std::is_integral_v<K>)
         return static_cast<uint32_t>(static_cast<std::make_unsigned_t<K>>(key));
     else if constexpr (std::is_pointer_v<K>)
-        return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key) >> 4);  // heap blocks are 16-byte aligned
+        return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(key) >>
+                                     4);  // heap blocks are 16-byte aligned
     else
         return key.Hash();
 }
-inline uint32_t QVHashKey(const QVString& key) { return key.Hash(); }
+inline uint32_t QVHashKey(const QVString& key)
+{
+    return key.Hash();
+}
 
 template <typename K, typename ARG_KEY, typename V, typename ARG_VALUE, bool OWNS_VALUES = false>
-class QVMap : public QVMapBase {
+class QVMap : public QVMapBase
+{
 public:
-    struct Node : QVMapNodeBase {
+    struct Node : QVMapNodeBase
+    {
         K key;
         V value;
     };
 
-    class Iterator {
+    class Iterator
+    {
     public:
-        Iterator(const QVMap* map, int32_t bucket, Node* node) : m_map(map), m_bucket(bucket), m_node(node) { Settle(); }
+        Iterator(const QVMap* map, int32_t bucket, Node* node)
+            : m_map(map), m_bucket(bucket), m_node(node)
+        {
+            Settle();
+        }
         Node& operator*() const { return *m_node; }
         Node* operator->() const { return m_node; }
         Iterator& operator++()
@@ -105,7 +128,8 @@ public:
     private:
         void Settle()
         {
-            while (!m_node && m_bucket < m_map->m_bucketCount) {
+            while (!m_node && m_bucket < m_map->m_bucketCount)
+            {
                 m_node = static_cast<Node*>(m_map->m_buckets[m_bucket]);
                 if (!m_node)
                     ++m_bucket;
@@ -117,15 +141,11 @@ public:
     };
 
     QVMap() = default;
-    QVMap(const QVMap& other)
-        requires(!OWNS_VALUES)
+    QVMap(const QVMap& other) requires(!OWNS_VALUES) { CopyFrom(other); }
+    QVMap& operator=(const QVMap& other) requires(!OWNS_VALUES)
     {
-        CopyFrom(other);
-    }
-    QVMap& operator=(const QVMap& other)
-        requires(!OWNS_VALUES)
-    {
-        if (this != &other) {
+        if (this != &other)
+        {
             RemoveAll();
             CopyFrom(other);
         }
@@ -177,7 +197,8 @@ public:
     Node* FindOrAdd(ARG_KEY key, bool* added = nullptr)
     {
         const uint32_t hash = HashKey(key);
-        if (Node* node = FindNode(key, hash)) {
+        if (Node* node = FindNode(key, hash))
+        {
             if (added)
                 *added = false;
             return node;
@@ -199,7 +220,8 @@ public:
     {
         bool added = false;
         Node* node = FindOrAdd(key, &added);
-        if constexpr (OWNS_VALUES) {
+        if constexpr (OWNS_VALUES)
+        {
             if (!added && node->value != value)
                 delete node->value;
         }
@@ -211,9 +233,11 @@ public:
         if (m_bucketCount == 0)
             return false;
         const uint32_t hash = HashKey(key);
-        for (QVMapNodeBase** link = &BucketOf(hash); *link; link = &(*link)->next) {
+        for (QVMapNodeBase** link = &BucketOf(hash); *link; link = &(*link)->next)
+        {
             Node* node = static_cast<Node*>(*link);
-            if (node->hash == hash && KeysEqual(node->key, key)) {
+            if (node->hash == hash && KeysEqual(node->key, key))
+            {
                 *link = node->next;
                 DestroyNode(node);
                 --m_count;
@@ -225,10 +249,12 @@ public:
     // Removes every node; the buckets stay.
     void RemoveAll()
     {
-        for (int32_t bucket = 0; bucket < m_bucketCount; ++bucket) {
+        for (int32_t bucket = 0; bucket < m_bucketCount; ++bucket)
+        {
             QVMapNodeBase* node = m_buckets[bucket];
             m_buckets[bucket] = nullptr;
-            while (node) {
+            while (node)
+            {
                 QVMapNodeBase* next = node->next;
                 DestroyNode(static_cast<Node*>(node));
                 node = next;
@@ -244,7 +270,8 @@ protected:
     {
         if (m_bucketCount == 0)
             return nullptr;
-        for (QVMapNodeBase* node = m_buckets[hash % static_cast<uint32_t>(m_bucketCount)]; node; node = node->next)
+        for (QVMapNodeBase* node = m_buckets[hash % static_cast<uint32_t>(m_bucketCount)]; node;
+             node = node->next)
             if (node->hash == hash && KeysEqual(static_cast<Node*>(node)->key, key))
                 return static_cast<Node*>(node);
         return nullptr;
@@ -260,7 +287,8 @@ private:
 
 // Values are owned pointers: removing an entry or destroying the map deletes them.
 template <typename K, typename V, typename ARG_KEY = K>
-class QVOwnedPtrMap : public QVMap<K, ARG_KEY, V*, V*, true> {
+class QVOwnedPtrMap : public QVMap<K, ARG_KEY, V*, V*, true>
+{
 public:
     QVOwnedPtrMap() = default;
     // Hands the value to the caller and removes its entry without deleting it.
@@ -278,12 +306,16 @@ public:
 
 // Keys are QVString; `noCase` makes hash and compare case-blind.
 template <typename V, typename ARG_VALUE = const V&>
-class QVStringMap : public QVMap<QVString, const QVString&, V, ARG_VALUE> {
+class QVStringMap : public QVMap<QVString, const QVString&, V, ARG_VALUE>
+{
     using Base = QVMap<QVString, const QVString&, V, ARG_VALUE>;
 
 public:
     explicit QVStringMap(bool noCase = false) : m_noCase(noCase) {}
-    QVStringMap(const QVStringMap& other) : Base(), m_noCase(other.m_noCase) { Base::operator=(other); }
+    QVStringMap(const QVStringMap& other) : Base(), m_noCase(other.m_noCase)
+    {
+        Base::operator=(other);
+    }
     QVStringMap& operator=(const QVStringMap& other)
     {
         m_noCase = other.m_noCase;
@@ -292,7 +324,10 @@ public:
     }
     ~QVStringMap() override { this->RemoveAll(); }
 
-    uint32_t HashKey(const QVString& key) const override { return m_noCase ? key.HashNoCase() : key.Hash(); }
+    uint32_t HashKey(const QVString& key) const override
+    {
+        return m_noCase ? key.HashNoCase() : key.Hash();
+    }
     bool KeysEqual(const QVString& a, const QVString& b) const override
     {
         return m_noCase ? a.CompareNoCase(b) == 0 : a == b;

@@ -6,7 +6,8 @@
 
 #include "core/QVString.h"
 
-namespace {
+namespace
+{
 
 // Text written through a single-byte conversion keeps only the first byte
 // (0xE2) of the typographic minus U+2212.
@@ -35,16 +36,26 @@ constexpr uint64_t POWERS_OF_TEN[] = {1ull,
                                       100000000000000000ull,
                                       1000000000000000000ull};
 
-bool IsBlank(char16_t c) { return c == u' ' || c == u'\t'; }
-bool IsDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
-bool IsMark(char16_t c) { return c == u'.' || c == u','; }
+bool IsBlank(char16_t c)
+{
+    return c == u' ' || c == u'\t';
+}
+bool IsDigit(char16_t c)
+{
+    return c >= u'0' && c <= u'9';
+}
+bool IsMark(char16_t c)
+{
+    return c == u'.' || c == u',';
+}
 
 // Skips blanks and plus signs, then reads one minus sign; true if negative.
 bool ReadSign(const char16_t*& p)
 {
     while (IsBlank(*p) || *p == u'+')
         ++p;
-    if (*p == u'-' || *p == MANGLED_MINUS) {
+    if (*p == u'-' || *p == MANGLED_MINUS)
+    {
         ++p;
         return true;
     }
@@ -61,23 +72,36 @@ double ParseNumber(const char16_t*& p)
     uint64_t fraction = 0;
     uint64_t divisor = 1;
     bool inFraction = false;
-    for (;; ++p) {
-        if (IsDigit(*p)) {
+    for (;; ++p)
+    {
+        if (IsDigit(*p))
+        {
             const unsigned digit = static_cast<unsigned>(*p - u'0');
-            if (inFraction) {
+            if (inFraction)
+            {
                 // Digits past 18 places no longer change a double; they are read and dropped.
-                if (divisor < MAX_DIVISOR) {
+                if (divisor < MAX_DIVISOR)
+                {
                     fraction = fraction * 10 + digit;
                     divisor *= 10;
                 }
-            } else if (droppedIntegerDigits == 0 && integer <= (std::numeric_limits<uint64_t>::max() - digit) / 10) {
+            }
+            else if (droppedIntegerDigits == 0 &&
+                     integer <= (std::numeric_limits<uint64_t>::max() - digit) / 10)
+            {
                 integer = integer * 10 + digit;
-            } else {
+            }
+            else
+            {
                 ++droppedIntegerDigits;
             }
-        } else if (IsMark(*p) && !inFraction) {
+        }
+        else if (IsMark(*p) && !inFraction)
+        {
             inFraction = true;
-        } else {
+        }
+        else
+        {
             break;  // a second mark or any other character ends the number
         }
     }
@@ -86,7 +110,8 @@ double ParseNumber(const char16_t*& p)
         value *= std::pow(10.0, droppedIntegerDigits);
     else
         value += static_cast<double>(fraction) / static_cast<double>(divisor);
-    if (*p == u'E' || *p == u'e') {
+    if (*p == u'E' || *p == u'e')
+    {
         ++p;
         const double exponent = std::trunc(ParseNumber(p));
         value *= std::pow(10.0, exponent);
@@ -96,7 +121,8 @@ double ParseNumber(const char16_t*& p)
 
 char16_t LocaleDecimalMark()
 {
-    static const char16_t mark = [] {
+    static const char16_t mark = []
+    {
         char text[16] = {};
         std::snprintf(text, sizeof(text), "%.1f", 1.1);
         return text[1] == ',' ? u',' : u'.';
@@ -108,7 +134,8 @@ void AppendDigits(QVString& out, uint64_t value, int32_t minDigits)
 {
     char16_t digits[24];
     int count = 0;
-    do {
+    do
+    {
         digits[count++] = static_cast<char16_t>(u'0' + value % 10);
         value /= 10;
     } while (value != 0);
@@ -144,15 +171,18 @@ int64_t QVString::ToInt(const char16_t* text)
     uint64_t magnitude = 0;
     const uint64_t limit = negative ? static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) + 1
                                     : static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
-    for (; IsDigit(*text); ++text) {
+    for (; IsDigit(*text); ++text)
+    {
         magnitude = magnitude * 10 + static_cast<unsigned>(*text - u'0');
-        if (magnitude >= limit) {
+        if (magnitude >= limit)
+        {
             magnitude = limit;  // saturate rather than wrap
             break;
         }
     }
     if (negative)
-        return magnitude == limit ? std::numeric_limits<int64_t>::min() : -static_cast<int64_t>(magnitude);
+        return magnitude == limit ? std::numeric_limits<int64_t>::min()
+                                  : -static_cast<int64_t>(magnitude);
     return static_cast<int64_t>(magnitude);
 }
 
@@ -160,7 +190,8 @@ QVString QVString::FromInt(int64_t value, int32_t minDigits)
 {
     QVString out;
     uint64_t magnitude = static_cast<uint64_t>(value);
-    if (value < 0) {
+    if (value < 0)
+    {
         out += u'-';
         magnitude = 0 - magnitude;
     }
@@ -175,27 +206,33 @@ QVString QVString::FromUInt(uint64_t value, int32_t minDigits)
     return out;
 }
 
-QVString QVString::FromDouble(double value, int32_t decimals, bool fixed, int32_t minIntegerDigits, uint32_t flags)
+QVString QVString::FromDouble(double value, int32_t decimals, bool fixed, int32_t minIntegerDigits,
+                              uint32_t flags)
 {
     QVString out;
     if (std::isnan(value))
         return QVString(u"nan");
-    if (value < 0) {
+    if (value < 0)
+    {
         out += u'-';
         value = -value;
-    } else if ((flags & QVNUMBER_PLUS) && value > 0) {
+    }
+    else if ((flags & QVNUMBER_PLUS) && value > 0)
+    {
         out += u'+';
     }
     if (std::isinf(value))
         return out += u"inf";
-    if (value >= 9223372036854775808.0) {
+    if (value >= 9223372036854775808.0)
+    {
         AppendHugeInteger(out, value);
         return out;
     }
 
     uint64_t integer = static_cast<uint64_t>(value);
     const double fraction = value - static_cast<double>(integer);
-    if (fraction == 0.0 && (!fixed || decimals == -1)) {
+    if (fraction == 0.0 && (!fixed || decimals == -1))
+    {
         AppendDigits(out, integer, minIntegerDigits);
         return out;
     }
@@ -205,7 +242,8 @@ QVString QVString::FromDouble(double value, int32_t decimals, bool fixed, int32_
     const int32_t limit = decimals < 0 || decimals > MAX_DECIMALS ? MAX_DECIMALS : decimals;
     int32_t digits = 0;
     double product = 0.0;
-    while (digits < limit + 1) {
+    while (digits < limit + 1)
+    {
         ++digits;
         product = fraction * static_cast<double>(POWERS_OF_TEN[digits]);
         if (product == std::trunc(product))
@@ -215,12 +253,14 @@ QVString QVString::FromDouble(double value, int32_t decimals, bool fixed, int32_
     if (fixed)
         for (; digits < decimals && digits < MAX_DECIMALS; ++digits)
             scaled *= 10;
-    if (digits > limit) {
+    if (digits > limit)
+    {
         // Half up, on the truncated integer product.
         const uint64_t drop = POWERS_OF_TEN[digits - limit];
         scaled = (scaled + drop / 2) / drop;
         digits = limit;
-        if (scaled >= POWERS_OF_TEN[digits]) {
+        if (scaled >= POWERS_OF_TEN[digits])
+        {
             scaled -= POWERS_OF_TEN[digits];
             ++integer;  // the carry moves away from zero: the sign is already written
         }
@@ -230,7 +270,8 @@ QVString QVString::FromDouble(double value, int32_t decimals, bool fixed, int32_
             scaled /= 10;
 
     AppendDigits(out, integer, minIntegerDigits);
-    if (digits > 0) {
+    if (digits > 0)
+    {
         out += (flags & QVNUMBER_POINT) ? u'.' : LocaleDecimalMark();
         AppendDigits(out, scaled, digits);
     }

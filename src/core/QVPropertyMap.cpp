@@ -3,7 +3,8 @@
 #include <charconv>
 #include <cstring>
 
-namespace {
+namespace
+{
 
 constexpr std::u16string_view kItem = u"Item";
 
@@ -57,7 +58,8 @@ bool QVPropertyMap::Exists(const QVString& name) const
     return entries != nullptr && entries->Contains(name);
 }
 
-QVString QVPropertyMap::GetString(QVString& result, const QVString& name, const char16_t* defaultText) const
+QVString QVPropertyMap::GetString(QVString& result, const QVString& name,
+                                  const char16_t* defaultText) const
 {
     const QVString* found = entries != nullptr ? entries->Find(name) : nullptr;
     result = found != nullptr ? *found : QVString(defaultText);
@@ -172,7 +174,8 @@ bool QVPropertyMap::Merge(const QVPropertyMap& other)
 {
     if (&other == this)
         return true;
-    other.ForEach([this](const QVString& name, const QVString& value) { Entries().SetAt(name, value); });
+    other.ForEach([this](const QVString& name, const QVString& value)
+                  { Entries().SetAt(name, value); });
     return true;
 }
 
@@ -181,10 +184,12 @@ bool QVPropertyMap::IsEqual(const QVPropertyMap& other) const
     if (GetCount() != other.GetCount())
         return false;
     bool equal = true;
-    ForEach([&](const QVString& name, const QVString& value) {
-        const QVString* theirs = other.entries != nullptr ? other.entries->Find(name) : nullptr;
-        equal = equal && theirs != nullptr && *theirs == value;
-    });
+    ForEach(
+        [&](const QVString& name, const QVString& value)
+        {
+            const QVString* theirs = other.entries != nullptr ? other.entries->Find(name) : nullptr;
+            equal = equal && theirs != nullptr && *theirs == value;
+        });
     return equal;
 }
 
@@ -256,10 +261,12 @@ void QVPropertyMap::SaveTokens(QVString& result, bool withEntries) const
         return;
     }
     AppendToken(result, QVString::FromInt(GetCount()));
-    ForEach([&result](const QVString& name, const QVString& value) {
-        AppendToken(result, name);
-        AppendToken(result, value);
-    });
+    ForEach(
+        [&result](const QVString& name, const QVString& value)
+        {
+            AppendToken(result, name);
+            AppendToken(result, value);
+        });
 }
 
 bool QVPropertyMap::LoadTokens(const QVString& text, int32_t& offset)
@@ -288,15 +295,18 @@ bool QVPropertyMap::LoadTokens(const QVString& text)
 
 void QVPropertyMap::WriteItems(QVXml& xml, QVXml::Handle parent) const
 {
-    ForEach([&](const QVString& name, const QVString& value) {
-        const QVXml::Handle item = xml.AddElement(parent, kItem, value.View());
-        xml.SetAttribute(item, u"Name", name.View());
-    });
+    ForEach(
+        [&](const QVString& name, const QVString& value)
+        {
+            const QVXml::Handle item = xml.AddElement(parent, kItem, value.View());
+            xml.SetAttribute(item, u"Name", name.View());
+        });
 }
 
 void QVPropertyMap::ReadItems(const QVXml& xml, QVXml::Handle parent)
 {
-    for (QVXml::Handle child = xml.GetFirstChild(parent); child != 0; child = xml.GetNextSibling(child))
+    for (QVXml::Handle child = xml.GetFirstChild(parent); child != 0;
+         child = xml.GetNextSibling(child))
     {
         QVString name;
         if (xml.NameIs(child, kItem) && xml.GetAttribute(child, u"Name", name))
@@ -304,7 +314,8 @@ void QVPropertyMap::ReadItems(const QVXml& xml, QVXml::Handle parent)
     }
 }
 
-void QVPropertyMap::SaveXML(QVString& result, const QVString& rootName, bool skipIfEmpty, double version) const
+void QVPropertyMap::SaveXML(QVString& result, const QVString& rootName, bool skipIfEmpty,
+                            double version) const
 {
     if (skipIfEmpty && GetCount() == 0)
     {
@@ -313,7 +324,8 @@ void QVPropertyMap::SaveXML(QVString& result, const QVString& rootName, bool ski
     }
     QVXml xml;
     const QVXml::Handle root = xml.AddElement(QVXml::kDocument, rootName.View());
-    xml.SetAttribute(root, u"version", QVString::FromDouble(version, 1, true, 0, QVNUMBER_POINT).View());
+    xml.SetAttribute(root, u"version",
+                     QVString::FromDouble(version, 1, true, 0, QVNUMBER_POINT).View());
     WriteItems(xml, root);
     result = xml.GetDocumentText();
 }
@@ -330,7 +342,8 @@ bool QVPropertyMap::LoadXML(const QVString& rootName, const QVString& text, doub
     if (root == 0)
         return false;
     QVString versionText;
-    const double found = xml.GetAttribute(root, u"version", versionText) ? ParseDouble(versionText) : 0.0;
+    const double found =
+        xml.GetAttribute(root, u"version", versionText) ? ParseDouble(versionText) : 0.0;
     // Older texts are refused as well as newer ones: each object upgrades by
     // loading again with its older version number.
     if (found != version)
@@ -342,9 +355,8 @@ bool QVPropertyMap::LoadXML(const QVString& rootName, const QVString& text, doub
 void QVPropertyMap::Describe(QVString& result, const QVString& prefix, const QVString& suffix) const
 {
     result.Empty();
-    ForEach([&](const QVString& name, const QVString& value) {
-        result += QVString::Format(u"%s%s: %s%s", prefix, name, value, suffix);
-    });
+    ForEach([&](const QVString& name, const QVString& value)
+            { result += QVString::Format(u"%s%s: %s%s", prefix, name, value, suffix); });
 }
 
 bool QVPropertyMap::IsPropertyMapText(const QVString& text)
@@ -375,14 +387,16 @@ QVString QVPropertyMap::FormatDouble(double value)
     const QVString shortText = FromAscii(buffer, static_cast<size_t>(shortest.ptr - buffer));
     if (SameDouble(ParseDouble(shortText), value))
         return shortText;
-    const auto full = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 17);
+    const auto full =
+        std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, 17);
     const QVString fullText = FromAscii(buffer, static_cast<size_t>(full.ptr - buffer));
     if (SameDouble(ParseDouble(fullText), value))
         return fullText;
     return shortText;
 }
 
-namespace QVPropertyMapSerializer {
+namespace QVPropertyMapSerializer
+{
 
 bool SaveToText(QVSerializeHelper& object, QVString& result)
 {

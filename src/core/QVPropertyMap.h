@@ -26,7 +26,8 @@ public:
     virtual ~QVPropertyMap();
     virtual bool Exists(const QVString& name) const;
     // The stored text, else the default, else empty; also given back.
-    virtual QVString GetString(QVString& result, const QVString& name, const char16_t* defaultText = nullptr) const;
+    virtual QVString GetString(QVString& result, const QVString& name,
+                               const char16_t* defaultText = nullptr) const;
     virtual int32_t GetInt(const QVString& name, int32_t defaultValue) const;
     virtual int64_t GetInt64(const QVString& name, int64_t defaultValue) const;
     virtual uint64_t GetUInt64(const QVString& name, uint64_t defaultValue) const;
@@ -53,7 +54,8 @@ public:
     // past what was read. False when the text ends early or a token is faulty.
     virtual bool LoadTokens(const QVString& text, int32_t& offset);
     virtual bool LoadTokens(const QVString& text);
-    virtual void SaveXML(QVString& result, const QVString& rootName, bool skipIfEmpty, double version) const;
+    virtual void SaveXML(QVString& result, const QVString& rootName, bool skipIfEmpty,
+                         double version) const;
     // Enters the items of the root element over the existing entries. Fails
     // when the root is missing or its version is not exactly the one given.
     virtual bool LoadXML(const QVString& rootName, const QVString& text, double version);
@@ -112,7 +114,8 @@ public:
     double serializeVersion = 1.0;
 };
 
-namespace QVPropertyMapSerializer {
+namespace QVPropertyMapSerializer
+{
 
 inline constexpr const char16_t* kRootName = u"XMLPH";
 

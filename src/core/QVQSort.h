@@ -12,7 +12,8 @@
 #include <utility>
 
 template <typename T>
-class IQVComparer {
+class IQVComparer
+{
 public:
     // Negative, zero or positive, as a is before, equal to or after b.
     virtual int Compare(const T& a, const T& b) const = 0;
@@ -23,13 +24,15 @@ protected:
 
 // Orders by operator<.
 template <typename T>
-class QVLessComparer final : public IQVComparer<T> {
+class QVLessComparer final : public IQVComparer<T>
+{
 public:
     int Compare(const T& a, const T& b) const override { return a < b ? -1 : (b < a ? 1 : 0); }
 };
 
 template <typename T>
-class QVQSort {
+class QVQSort
+{
 public:
     static constexpr int32_t MAX_RANGES = 124;
     static constexpr int32_t INSERTION_LIMIT = 16;
@@ -47,11 +50,14 @@ public:
         m_top = 0;
         m_busy = 0;
         Push(0, m_count - 1);
-        if (useWorker) {
+        if (useWorker)
+        {
             std::thread worker([this] { Work(); });
             Work();
             worker.join();
-        } else {
+        }
+        else
+        {
             Work();
         }
     }
@@ -60,22 +66,29 @@ private:
     // Until the stack is empty and no worker holds a range that could push more.
     void Work()
     {
-        for (;;) {
+        for (;;)
+        {
             int32_t first = 0, last = 0;
             {
                 std::lock_guard<std::recursive_mutex> lock(m_lock);
-                if (m_top > 0) {
+                if (m_top > 0)
+                {
                     --m_top;
                     first = m_first[m_top];
                     last = m_last[m_top];
                     ++m_busy;
-                } else if (m_busy == 0) {
+                }
+                else if (m_busy == 0)
+                {
                     return;
-                } else {
+                }
+                else
+                {
                     first = last = -1;
                 }
             }
-            if (first < 0) {
+            if (first < 0)
+            {
                 std::this_thread::sleep_for(std::chrono::milliseconds(5));
                 continue;
             }
@@ -99,16 +112,20 @@ private:
 
     void SortRange(int32_t first, int32_t last)
     {
-        while (last - first + 1 > INSERTION_LIMIT) {
+        while (last - first + 1 > INSERTION_LIMIT)
+        {
             int32_t leftEnd = 0, rightStart = 0;
             Partition(first, last, leftEnd, rightStart);
             // The larger side goes to the stack, the smaller stays here: the
             // stack then holds at most about log2(count) ranges per worker.
-            if (leftEnd - first > last - rightStart) {
+            if (leftEnd - first > last - rightStart)
+            {
                 if (!Push(first, leftEnd))
                     SortRange(first, leftEnd);
                 first = rightStart;
-            } else {
+            }
+            else
+            {
                 if (!Push(rightStart, last))
                     SortRange(rightStart, last);
                 last = leftEnd;
@@ -131,12 +148,14 @@ private:
             SwapItems(last, middle);
         const T pivot = m_items[middle];
         int32_t i = first, j = last;
-        while (i <= j) {
+        while (i <= j)
+        {
             while (m_comparer.Compare(m_items[i], pivot) < 0)
                 ++i;
             while (m_comparer.Compare(pivot, m_items[j]) < 0)
                 --j;
-            if (i <= j) {
+            if (i <= j)
+            {
                 SwapItems(i, j);
                 ++i;
                 --j;
@@ -148,7 +167,8 @@ private:
 
     void InsertionSort(int32_t first, int32_t last)
     {
-        for (int32_t i = first + 1; i <= last; ++i) {
+        for (int32_t i = first + 1; i <= last; ++i)
+        {
             T item = std::move(m_items[i]);
             int32_t j = i - 1;
             for (; j >= first && m_comparer.Compare(item, m_items[j]) < 0; --j)

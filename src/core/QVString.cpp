@@ -3,7 +3,8 @@
 
 #include <cstring>
 
-namespace {
+namespace
+{
 
 int32_t LengthOf(const char16_t* text)
 {
@@ -14,7 +15,10 @@ int32_t LengthOf(const char16_t* text)
     return length;
 }
 
-QVStringGlobals& Manager() { return *QVGetStringGlobals(); }
+QVStringGlobals& Manager()
+{
+    return *QVGetStringGlobals();
+}
 
 }  // namespace
 
@@ -27,7 +31,8 @@ char16_t* QVString::Share(char16_t* chars)
     const int32_t references = data->references.load(std::memory_order_relaxed);
     if (references == QVSTRING_STATIC)
         return chars;
-    if (references != QVSTRING_LOCKED && data->manager == QVGetStringManager()) {
+    if (references != QVSTRING_LOCKED && data->manager == QVGetStringManager())
+    {
         data->references.fetch_add(1, std::memory_order_relaxed);
         return chars;
     }
@@ -40,7 +45,8 @@ void QVString::Release() noexcept
     const int32_t references = data->references.load(std::memory_order_relaxed);
     if (references == QVSTRING_STATIC)
         return;
-    if (references == QVSTRING_LOCKED || data->references.fetch_sub(1, std::memory_order_acq_rel) <= 1)
+    if (references == QVSTRING_LOCKED ||
+        data->references.fetch_sub(1, std::memory_order_acq_rel) <= 1)
         data->manager->Free(data);
 }
 
@@ -54,11 +60,15 @@ QVString::QVString(const char16_t* text, int32_t length)
         m_chars = Manager().Create(text, length, 0, QVSTRING_CREATE_POOLED)->Chars();
 }
 
-QVString::QVString(std::u16string_view text) : QVString(text.data(), static_cast<int32_t>(text.size())) {}
+QVString::QVString(std::u16string_view text)
+    : QVString(text.data(), static_cast<int32_t>(text.size()))
+{
+}
 
 QVString::QVString(char16_t c, int32_t repeat)
 {
-    if (repeat <= 0) {
+    if (repeat <= 0)
+    {
         m_chars = Manager().EmptyChars();
         return;
     }
@@ -72,7 +82,8 @@ QVString::QVString(const QVString& other) : m_chars(Share(other.m_chars)) {}
 
 QVString& QVString::operator=(const QVString& other)
 {
-    if (m_chars != other.m_chars) {
+    if (m_chars != other.m_chars)
+    {
         char16_t* shared = Share(other.m_chars);
         Release();
         m_chars = shared;
@@ -82,7 +93,8 @@ QVString& QVString::operator=(const QVString& other)
 
 QVString& QVString::operator=(QVString&& other) noexcept
 {
-    if (this != &other) {
+    if (this != &other)
+    {
         Release();
         m_chars = other.m_chars;
         other.m_chars = Manager().EmptyChars();
@@ -115,8 +127,10 @@ void QVString::PrepareWrite(int32_t length)
 {
     QVStringData* data = Data();
     const int32_t references = data->references.load(std::memory_order_acquire);
-    const bool isPrivate = (references == 1 || references == QVSTRING_LOCKED) && data->manager == QVGetStringManager();
-    if (isPrivate) {
+    const bool isPrivate =
+        (references == 1 || references == QVSTRING_LOCKED) && data->manager == QVGetStringManager();
+    if (isPrivate)
+    {
         if (data->capacity <= length)
             m_chars = Manager().Grow(data, length)->Chars();
         return;
@@ -161,7 +175,8 @@ void QVString::ReleaseBuffer(int32_t newLength)
     QVStringData* data = Data();
     if (data->references.load(std::memory_order_relaxed) != QVSTRING_LOCKED)
         return;
-    if (newLength < 0) {
+    if (newLength < 0)
+    {
         newLength = 0;
         while (newLength < data->capacity - 1 && m_chars[newLength])
             ++newLength;
@@ -176,7 +191,8 @@ int QVString::Compare(const char16_t* text) const
 {
     const char16_t* a = m_chars;
     const char16_t* b = text ? text : u"";
-    while (*a && *a == *b) {
+    while (*a && *a == *b)
+    {
         ++a;
         ++b;
     }
@@ -199,7 +215,8 @@ int QVString::CompareNoCase(const char16_t* a, const char16_t* b)
     const QVStringGlobals& globals = Manager();
     a = a ? a : u"";
     b = b ? b : u"";
-    for (;; ++a, ++b) {
+    for (;; ++a, ++b)
+    {
         const char16_t la = globals.ToLower(*a);
         const char16_t lb = globals.ToLower(*b);
         if (la != lb || *a == 0)
@@ -207,7 +224,10 @@ int QVString::CompareNoCase(const char16_t* a, const char16_t* b)
     }
 }
 
-int QVString::CompareNoCase(const char16_t* text) const { return CompareNoCase(m_chars, text); }
+int QVString::CompareNoCase(const char16_t* text) const
+{
+    return CompareNoCase(m_chars, text);
+}
 
 uint32_t QVString::Hash(const char16_t* text)
 {

@@ -24,19 +24,34 @@ inline constexpr uint32_t QVNUMBER_PLUS = 2;   // "+" before positive values
 
 // One argument of QVString::Format. The kinds are checked against the
 // specifiers: a number where text is expected (or the reverse) is refused.
-class QVFormatArg {
+class QVFormatArg
+{
 public:
-    enum EKind : uint8_t { KIND_INT, KIND_UINT, KIND_DOUBLE, KIND_TEXT, KIND_UTF8, KIND_POINTER };
+    enum EKind : uint8_t
+    {
+        KIND_INT,
+        KIND_UINT,
+        KIND_DOUBLE,
+        KIND_TEXT,
+        KIND_UTF8,
+        KIND_POINTER
+    };
 
     template <typename T>
-        requires std::is_integral_v<T> && std::is_signed_v<T>
-    QVFormatArg(T value) : m_kind(KIND_INT) { m_int = value; }
+    requires std::is_integral_v<T> && std::is_signed_v<T> QVFormatArg(T value) : m_kind(KIND_INT)
+    {
+        m_int = value;
+    }
     template <typename T>
-        requires std::is_integral_v<T> && std::is_unsigned_v<T>
-    QVFormatArg(T value) : m_kind(KIND_UINT) { m_uint = value; }
+    requires std::is_integral_v<T> && std::is_unsigned_v<T> QVFormatArg(T value) : m_kind(KIND_UINT)
+    {
+        m_uint = value;
+    }
     template <typename T>
-        requires std::is_enum_v<T>
-    QVFormatArg(T value) : m_kind(KIND_INT) { m_int = static_cast<int64_t>(value); }
+    requires std::is_enum_v<T> QVFormatArg(T value) : m_kind(KIND_INT)
+    {
+        m_int = static_cast<int64_t>(value);
+    }
     QVFormatArg(double value) : m_kind(KIND_DOUBLE) { m_double = value; }
     QVFormatArg(float value) : m_kind(KIND_DOUBLE) { m_double = value; }
     QVFormatArg(const char16_t* text) : m_kind(KIND_TEXT) { m_text = text; }
@@ -55,7 +70,8 @@ public:
 
 private:
     EKind m_kind;
-    union {
+    union
+    {
         int64_t m_int;
         uint64_t m_uint;
         double m_double;
@@ -65,7 +81,8 @@ private:
     };
 };
 
-class QVString {
+class QVString
+{
 public:
     QVString() noexcept : m_chars(g_qvStringGlobals.EmptyChars()) {}
     QVString(const char16_t* text);
@@ -73,7 +90,10 @@ public:
     explicit QVString(std::u16string_view text);
     QVString(char16_t c, int32_t repeat);
     QVString(const QVString& other);
-    QVString(QVString&& other) noexcept : m_chars(other.m_chars) { other.m_chars = g_qvStringGlobals.EmptyChars(); }
+    QVString(QVString&& other) noexcept : m_chars(other.m_chars)
+    {
+        other.m_chars = g_qvStringGlobals.EmptyChars();
+    }
     ~QVString() { Release(); }
 
     QVString& operator=(const QVString& other);
@@ -109,7 +129,10 @@ public:
     int CompareNoCase(const char16_t* text) const;
     bool operator==(const QVString& other) const;
     bool operator==(const char16_t* text) const { return Compare(text) == 0; }
-    std::strong_ordering operator<=>(const QVString& other) const { return Compare(other.m_chars) <=> 0; }
+    std::strong_ordering operator<=>(const QVString& other) const
+    {
+        return Compare(other.m_chars) <=> 0;
+    }
     std::strong_ordering operator<=>(const char16_t* text) const { return Compare(text) <=> 0; }
     bool StartsWith(std::u16string_view prefix, bool noCase = false) const;
     bool EndsWith(std::u16string_view suffix, bool noCase = false) const;
@@ -117,7 +140,10 @@ public:
     // Searching; -1 when not found.
     int32_t Find(char16_t c, int32_t start = 0) const;
     int32_t Find(std::u16string_view text, int32_t start = 0) const;
-    int32_t Find(const char16_t* text, int32_t start = 0) const { return Find(std::u16string_view(text ? text : u""), start); }
+    int32_t Find(const char16_t* text, int32_t start = 0) const
+    {
+        return Find(std::u16string_view(text ? text : u""), start);
+    }
     int32_t FindNoCase(std::u16string_view text, int32_t start = 0) const;
     int32_t FindOneOf(std::u16string_view characters, int32_t start = 0) const;
     int32_t ReverseFind(char16_t c) const;
@@ -139,7 +165,10 @@ public:
     QVString& MakeUpper();
     QVString& MakeLower();
     QVString& Append(const char16_t* text, int32_t length);
-    QVString& Append(std::u16string_view text) { return Append(text.data(), static_cast<int32_t>(text.size())); }
+    QVString& Append(std::u16string_view text)
+    {
+        return Append(text.data(), static_cast<int32_t>(text.size()));
+    }
     QVString& operator+=(const QVString& text);
     QVString& operator+=(const char16_t* text);
     QVString& operator+=(char16_t c);
@@ -178,13 +207,14 @@ public:
     {
         return Format(format, std::initializer_list<QVFormatArg>{QVFormatArg(args)...});
     }
-    static bool TryFormat(QVString& result, const char16_t* format, std::initializer_list<QVFormatArg> args);
+    static bool TryFormat(QVString& result, const char16_t* format,
+                          std::initializer_list<QVFormatArg> args);
 
     // The locale-independent number rules ("." and "," are both decimal marks).
     double ToDouble() const { return ToDouble(m_chars); }
     static double ToDouble(const char16_t* text);
-    static QVString FromDouble(double value, int32_t decimals = -1, bool fixed = false, int32_t minIntegerDigits = 0,
-                               uint32_t flags = 0);
+    static QVString FromDouble(double value, int32_t decimals = -1, bool fixed = false,
+                               int32_t minIntegerDigits = 0, uint32_t flags = 0);
     int64_t ToInt() const { return ToInt(m_chars); }
     static int64_t ToInt(const char16_t* text);
     // `minDigits` pads with leading zeros.
@@ -211,16 +241,22 @@ QVString operator+(const QVString& a, const char16_t* b);
 QVString operator+(const char16_t* a, const QVString& b);
 QVString operator+(const QVString& a, char16_t b);
 
-inline QVFormatArg::QVFormatArg(const QVString& text) : m_kind(KIND_TEXT) { m_text = text.c_str(); }
+inline QVFormatArg::QVFormatArg(const QVString& text) : m_kind(KIND_TEXT)
+{
+    m_text = text.c_str();
+}
 
 // The buffer behind a literal: a header and the characters, built at compile time.
 template <size_t N>
-struct QVStaticStringData {
+struct QVStaticStringData
+{
     QVStringData header;
     char16_t chars[N];
 
     constexpr QVStaticStringData(const char16_t (&text)[N])
-        : header{&g_qvStringGlobals, static_cast<int32_t>(N - 1), static_cast<int32_t>(N), QVSTRING_STATIC, 0}, chars{}
+        : header{&g_qvStringGlobals, static_cast<int32_t>(N - 1), static_cast<int32_t>(N),
+                 QVSTRING_STATIC, 0},
+          chars{}
     {
         for (size_t i = 0; i < N; ++i)
             chars[i] = text[i];
@@ -228,7 +264,8 @@ struct QVStaticStringData {
 };
 
 template <size_t N>
-struct QVLiteralText {
+struct QVLiteralText
+{
     char16_t text[N];
     constexpr QVLiteralText(const char16_t (&source)[N])
     {

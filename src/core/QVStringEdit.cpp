@@ -3,9 +3,13 @@
 
 #include "core/QVString.h"
 
-namespace {
+namespace
+{
 
-QVStringGlobals& Manager() { return *QVGetStringGlobals(); }
+QVStringGlobals& Manager()
+{
+    return *QVGetStringGlobals();
+}
 
 bool EqualNoCase(const char16_t* a, const char16_t* b, size_t count)
 {
@@ -16,7 +20,10 @@ bool EqualNoCase(const char16_t* a, const char16_t* b, size_t count)
     return true;
 }
 
-bool IsIn(char16_t c, std::u16string_view characters) { return characters.find(c) != std::u16string_view::npos; }
+bool IsIn(char16_t c, std::u16string_view characters)
+{
+    return characters.find(c) != std::u16string_view::npos;
+}
 
 }  // namespace
 
@@ -25,7 +32,8 @@ bool QVString::StartsWith(std::u16string_view prefix, bool noCase) const
     const std::u16string_view text = View();
     if (prefix.size() > text.size())
         return false;
-    return noCase ? EqualNoCase(text.data(), prefix.data(), prefix.size()) : text.substr(0, prefix.size()) == prefix;
+    return noCase ? EqualNoCase(text.data(), prefix.data(), prefix.size())
+                  : text.substr(0, prefix.size()) == prefix;
 }
 
 bool QVString::EndsWith(std::u16string_view suffix, bool noCase) const
@@ -34,7 +42,8 @@ bool QVString::EndsWith(std::u16string_view suffix, bool noCase) const
     if (suffix.size() > text.size())
         return false;
     const char16_t* tail = text.data() + text.size() - suffix.size();
-    return noCase ? EqualNoCase(tail, suffix.data(), suffix.size()) : std::u16string_view(tail, suffix.size()) == suffix;
+    return noCase ? EqualNoCase(tail, suffix.data(), suffix.size())
+                  : std::u16string_view(tail, suffix.size()) == suffix;
 }
 
 int32_t QVString::Find(char16_t c, int32_t start) const
@@ -100,7 +109,10 @@ QVString QVString::Mid(int32_t first, int32_t count) const
     return QVString(m_chars + first, count);
 }
 
-QVString QVString::Left(int32_t count) const { return Mid(0, count < 0 ? 0 : count); }
+QVString QVString::Left(int32_t count) const
+{
+    return Mid(0, count < 0 ? 0 : count);
+}
 
 QVString QVString::Right(int32_t count) const
 {
@@ -128,7 +140,10 @@ QVString& QVString::TrimRight()
     return *this;
 }
 
-QVString& QVString::Trim() { return TrimRight().TrimLeft(); }
+QVString& QVString::Trim()
+{
+    return TrimRight().TrimLeft();
+}
 
 QVString& QVString::TrimLeft(std::u16string_view characters)
 {
@@ -148,7 +163,10 @@ QVString& QVString::TrimRight(std::u16string_view characters)
     return *this;
 }
 
-QVString& QVString::Trim(std::u16string_view characters) { return TrimRight(characters).TrimLeft(characters); }
+QVString& QVString::Trim(std::u16string_view characters)
+{
+    return TrimRight(characters).TrimLeft(characters);
+}
 
 QVString& QVString::MakeUpper()
 {
@@ -210,7 +228,10 @@ QVString& QVString::operator+=(const char16_t* text)
     return Append(text, count);
 }
 
-QVString& QVString::operator+=(char16_t c) { return Append(&c, 1); }
+QVString& QVString::operator+=(char16_t c)
+{
+    return Append(&c, 1);
+}
 
 int32_t QVString::Insert(int32_t index, std::u16string_view text)
 {
@@ -224,7 +245,8 @@ int32_t QVString::Insert(int32_t index, std::u16string_view text)
     const QVString copy{text};  // the text may live in this buffer
     const int32_t count = copy.GetLength();
     PrepareWrite(length + count);
-    std::memmove(m_chars + index + count, m_chars + index, static_cast<size_t>(length - index) * sizeof(char16_t));
+    std::memmove(m_chars + index + count, m_chars + index,
+                 static_cast<size_t>(length - index) * sizeof(char16_t));
     std::memcpy(m_chars + index, copy.m_chars, static_cast<size_t>(count) * sizeof(char16_t));
     SetLength(length + count);
     return length + count;
@@ -254,7 +276,8 @@ int32_t QVString::Replace(char16_t from, char16_t to)
     PrepareWrite(GetLength());
     int32_t replaced = 0;
     for (int32_t length = GetLength(); index < length; ++index)
-        if (m_chars[index] == from) {
+        if (m_chars[index] == from)
+        {
             m_chars[index] = to;
             ++replaced;
         }
@@ -268,13 +291,16 @@ int32_t QVString::Replace(std::u16string_view from, std::u16string_view to)
     int32_t replaced = 0;
     QVString result;
     int32_t done = 0;
-    for (int32_t found = Find(from); found >= 0; found = Find(from, found + static_cast<int32_t>(from.size()))) {
+    for (int32_t found = Find(from); found >= 0;
+         found = Find(from, found + static_cast<int32_t>(from.size())))
+    {
         result.Append(m_chars + done, found - done);
         result.Append(to);
         done = found + static_cast<int32_t>(from.size());
         ++replaced;
     }
-    if (replaced > 0) {
+    if (replaced > 0)
+    {
         result.Append(m_chars + done, GetLength() - done);
         *this = std::move(result);
     }

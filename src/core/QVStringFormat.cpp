@@ -5,16 +5,19 @@
 
 #include "core/QVString.h"
 
-namespace {
+namespace
+{
 
-struct Specifier {
+struct Specifier
+{
     std::string flags;
     int width = -1;
     int precision = -1;
     char16_t conversion = 0;
 };
 
-class Formatter {
+class Formatter
+{
 public:
     Formatter(const char16_t* format, std::initializer_list<QVFormatArg> args)
         : m_format(format ? format : u""), m_next(args.begin()), m_end(args.end())
@@ -28,7 +31,8 @@ private:
     bool ReadSpecifier(const char16_t*& p, Specifier& specifier);
     bool ReadCount(const char16_t*& p, int& count);
     bool WriteArg(QVString& out, const Specifier& specifier, const QVFormatArg* arg);
-    static void WriteNumber(QVString& out, const Specifier& specifier, const char* length, const QVFormatArg& arg);
+    static void WriteNumber(QVString& out, const Specifier& specifier, const char* length,
+                            const QVFormatArg& arg);
     static void WriteText(QVString& out, const Specifier& specifier, const QVString& text);
 
     const char16_t* m_format;
@@ -41,7 +45,10 @@ bool IsIntegerKind(const QVFormatArg& arg)
     return arg.GetKind() == QVFormatArg::KIND_INT || arg.GetKind() == QVFormatArg::KIND_UINT;
 }
 
-bool IsNumberKind(const QVFormatArg& arg) { return IsIntegerKind(arg) || arg.GetKind() == QVFormatArg::KIND_DOUBLE; }
+bool IsNumberKind(const QVFormatArg& arg)
+{
+    return IsIntegerKind(arg) || arg.GetKind() == QVFormatArg::KIND_DOUBLE;
+}
 
 bool IsTextKind(const QVFormatArg& arg)
 {
@@ -50,31 +57,28 @@ bool IsTextKind(const QVFormatArg& arg)
 
 int64_t AsInt(const QVFormatArg& arg)
 {
-    switch (arg.GetKind()) {
-    case QVFormatArg::KIND_UINT:
-        return static_cast<int64_t>(arg.GetUInt());
-    case QVFormatArg::KIND_DOUBLE:
-        return static_cast<int64_t>(arg.GetDouble());
-    default:
-        return arg.GetInt();
+    switch (arg.GetKind())
+    {
+    case QVFormatArg::KIND_UINT: return static_cast<int64_t>(arg.GetUInt());
+    case QVFormatArg::KIND_DOUBLE: return static_cast<int64_t>(arg.GetDouble());
+    default: return arg.GetInt();
     }
 }
 
 double AsDouble(const QVFormatArg& arg)
 {
-    switch (arg.GetKind()) {
-    case QVFormatArg::KIND_INT:
-        return static_cast<double>(arg.GetInt());
-    case QVFormatArg::KIND_UINT:
-        return static_cast<double>(arg.GetUInt());
-    default:
-        return arg.GetDouble();
+    switch (arg.GetKind())
+    {
+    case QVFormatArg::KIND_INT: return static_cast<double>(arg.GetInt());
+    case QVFormatArg::KIND_UINT: return static_cast<double>(arg.GetUInt());
+    default: return arg.GetDouble();
     }
 }
 
 bool Formatter::ReadCount(const char16_t*& p, int& count)
 {
-    if (*p == u'*') {
+    if (*p == u'*')
+    {
         ++p;
         const QVFormatArg* arg = NextArg();
         if (!arg || !IsIntegerKind(*arg))
@@ -99,17 +103,20 @@ bool Formatter::ReadSpecifier(const char16_t*& p, Specifier& specifier)
         specifier.flags += static_cast<char>(*p);
     if (!ReadCount(p, specifier.width))
         return false;
-    if (specifier.width < -1) {  // a negative width from '*' means left-aligned
+    if (specifier.width < -1)
+    {  // a negative width from '*' means left-aligned
         specifier.flags += '-';
         specifier.width = -specifier.width;
     }
-    if (*p == u'.') {
+    if (*p == u'.')
+    {
         ++p;
         specifier.precision = 0;
         if (!ReadCount(p, specifier.precision))
             return false;
     }
-    while (*p == u'h' || *p == u'l' || *p == u'L' || *p == u'z' || *p == u'j' || *p == u't' || *p == u'w' || *p == u'q')
+    while (*p == u'h' || *p == u'l' || *p == u'L' || *p == u'z' || *p == u'j' || *p == u't' ||
+           *p == u'w' || *p == u'q')
         ++p;
     if (p[0] == u'I' && ((p[1] == u'6' && p[2] == u'4') || (p[1] == u'3' && p[2] == u'2')))
         p += 3;
@@ -121,13 +128,15 @@ bool Formatter::ReadSpecifier(const char16_t*& p, Specifier& specifier)
     return true;
 }
 
-void Formatter::WriteNumber(QVString& out, const Specifier& specifier, const char* length, const QVFormatArg& arg)
+void Formatter::WriteNumber(QVString& out, const Specifier& specifier, const char* length,
+                            const QVFormatArg& arg)
 {
     std::string pattern(1, '%');
     pattern += specifier.flags;
     if (specifier.width >= 0)
         pattern += std::to_string(specifier.width);
-    if (specifier.precision >= 0) {
+    if (specifier.precision >= 0)
+    {
         pattern += '.';
         pattern += std::to_string(specifier.precision);
     }
@@ -135,17 +144,21 @@ void Formatter::WriteNumber(QVString& out, const Specifier& specifier, const cha
     pattern += static_cast<char>(specifier.conversion);
     const char* text = pattern.c_str();
     std::string buffer(64, '\0');
-    for (;;) {
+    for (;;)
+    {
         int written = 0;
         if (*length == 'L')
-            written = std::snprintf(buffer.data(), buffer.size(), text, static_cast<long double>(AsDouble(arg)));
+            written = std::snprintf(buffer.data(), buffer.size(), text,
+                                    static_cast<long double>(AsDouble(arg)));
         else if (specifier.conversion == u'p')
             written = std::snprintf(buffer.data(), buffer.size(), text, arg.GetPointer());
         else
-            written = std::snprintf(buffer.data(), buffer.size(), text, static_cast<long long>(AsInt(arg)));
+            written = std::snprintf(buffer.data(), buffer.size(), text,
+                                    static_cast<long long>(AsInt(arg)));
         if (written < 0)
             return;
-        if (static_cast<size_t>(written) < buffer.size()) {
+        if (static_cast<size_t>(written) < buffer.size())
+        {
             buffer.resize(static_cast<size_t>(written));
             break;
         }
@@ -171,7 +184,8 @@ void Formatter::WriteText(QVString& out, const Specifier& specifier, const QVStr
 
 bool Formatter::WriteArg(QVString& out, const Specifier& specifier, const QVFormatArg* arg)
 {
-    switch (specifier.conversion) {
+    switch (specifier.conversion)
+    {
     case u'd':
     case u'i':
     case u'u':
@@ -205,7 +219,8 @@ bool Formatter::WriteArg(QVString& out, const Specifier& specifier, const QVForm
         if (!arg || !IsTextKind(*arg))
             return false;
         if (arg->GetKind() == QVFormatArg::KIND_UTF8)
-            WriteText(out, specifier, QVString::FromUTF8(arg->GetUTF8() ? arg->GetUTF8() : "(null)"));
+            WriteText(out, specifier,
+                      QVString::FromUTF8(arg->GetUTF8() ? arg->GetUTF8() : "(null)"));
         else
             WriteText(out, specifier, QVString(arg->GetText() ? arg->GetText() : u"(null)"));
         return true;
@@ -214,23 +229,25 @@ bool Formatter::WriteArg(QVString& out, const Specifier& specifier, const QVForm
             return false;
         WriteNumber(out, specifier, "", *arg);
         return true;
-    default:
-        return false;  // unknown conversions, and %n, which is never honoured
+    default: return false;  // unknown conversions, and %n, which is never honoured
     }
 }
 
 bool Formatter::Run(QVString& out)
 {
     bool ok = true;
-    for (const char16_t* p = m_format; *p;) {
-        if (*p != u'%') {
+    for (const char16_t* p = m_format; *p;)
+    {
+        if (*p != u'%')
+        {
             const char16_t* plain = p;
             while (*p && *p != u'%')
                 ++p;
             out.Append(plain, static_cast<int32_t>(p - plain));
             continue;
         }
-        if (p[1] == u'%') {
+        if (p[1] == u'%')
+        {
             out += u'%';
             p += 2;
             continue;
@@ -240,7 +257,8 @@ bool Formatter::Run(QVString& out)
         const bool read = ReadSpecifier(p, specifier);
         const bool takesArg = specifier.conversion != 0;
         const QVFormatArg* arg = read && takesArg ? NextArg() : nullptr;
-        if (!read || !WriteArg(out, specifier, arg)) {
+        if (!read || !WriteArg(out, specifier, arg))
+        {
             out.Append(start, static_cast<int32_t>(p - start));  // shown as written
             ok = false;
         }
@@ -250,7 +268,8 @@ bool Formatter::Run(QVString& out)
 
 }  // namespace
 
-bool QVString::TryFormat(QVString& result, const char16_t* format, std::initializer_list<QVFormatArg> args)
+bool QVString::TryFormat(QVString& result, const char16_t* format,
+                         std::initializer_list<QVFormatArg> args)
 {
     QVString out;
     const bool ok = Formatter(format, args).Run(out);

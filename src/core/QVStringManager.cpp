@@ -11,7 +11,8 @@
 
 constinit QVStringGlobals g_qvStringGlobals;
 
-namespace {
+namespace
+{
 
 // Largest capacity (characters with the NUL) that keeps the byte size and the
 // 32-bit fields in range.
@@ -28,7 +29,8 @@ int32_t CheckedCapacity(int64_t characters)
 // locale carries the full Unicode case tables whatever the process locale is.
 locale_t UnicodeLocale()
 {
-    static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(nullptr));
+    static const locale_t locale =
+        newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(nullptr));
     return locale;
 }
 
@@ -64,7 +66,8 @@ void QVStringGlobals::InitHeader(QVStringData* data, IQVStringManager* manager, 
 
 QVStringData* QVStringGlobals::NewBlock(int32_t capacity)
 {
-    void* memory = ::operator new(sizeof(QVStringData) + static_cast<size_t>(capacity) * sizeof(char16_t));
+    void* memory =
+        ::operator new(sizeof(QVStringData) + static_cast<size_t>(capacity) * sizeof(char16_t));
     auto* data = static_cast<QVStringData*>(memory);
     InitHeader(data, this, capacity);
     return data;
@@ -79,12 +82,14 @@ QVStringData* QVStringGlobals::TakeFromPool(int32_t needed)
         return nullptr;
     int best = -1;
     int32_t bestSurplus = INT32_MAX;
-    for (int slot = 0; slot < QVSTRING_POOL_SLOTS; ++slot) {
+    for (int slot = 0; slot < QVSTRING_POOL_SLOTS; ++slot)
+    {
         QVStringData* candidate = m_pool[slot];
         if (!candidate || candidate->capacity < needed)
             continue;
         const int32_t surplus = candidate->capacity - needed;
-        if (surplus < bestSurplus) {
+        if (surplus < bestSurplus)
+        {
             best = slot;
             bestSurplus = surplus;
             if (bestSurplus < QVSTRING_POOL_GOOD_FIT)
@@ -118,11 +123,15 @@ void QVStringGlobals::Free(QVStringData* buffer)
 {
     if (!buffer || buffer == &m_empty.header)
         return;
-    if (buffer->capacity < QVSTRING_POOL_LIMIT) {
+    if (buffer->capacity < QVSTRING_POOL_LIMIT)
+    {
         std::lock_guard<std::mutex> lock(m_poolLock);
-        if (m_pooledCount < QVSTRING_POOL_SLOTS) {
-            for (auto& slot : m_pool) {
-                if (!slot) {
+        if (m_pooledCount < QVSTRING_POOL_SLOTS)
+        {
+            for (auto& slot : m_pool)
+            {
+                if (!slot)
+                {
                     slot = buffer;
                     ++m_pooledCount;
                     return;
@@ -138,8 +147,10 @@ QVStringData* QVStringGlobals::Reallocate(QVStringData* buffer, int32_t length, 
     const int32_t needed = CheckedCapacity(static_cast<int64_t>(length) + 1);
     const bool isPrivate = buffer && buffer->manager == this && !buffer->IsStatic() &&
                            buffer->references.load(std::memory_order_acquire) <= 1;
-    if (isPrivate && buffer->capacity >= needed) {
-        if (!keepContents) {
+    if (isPrivate && buffer->capacity >= needed)
+    {
+        if (!keepContents)
+        {
             buffer->length = 0;
             buffer->Chars()[0] = 0;
         }
@@ -148,7 +159,8 @@ QVStringData* QVStringGlobals::Reallocate(QVStringData* buffer, int32_t length, 
     QVStringData* fresh = Allocate(length, true);
     fresh->length = 0;
     fresh->Chars()[0] = 0;
-    if (buffer && keepContents) {
+    if (buffer && keepContents)
+    {
         const int32_t kept = buffer->length < length ? buffer->length : length;
         std::memcpy(fresh->Chars(), buffer->Chars(), static_cast<size_t>(kept) * sizeof(char16_t));
         fresh->length = kept;
@@ -161,7 +173,8 @@ QVStringData* QVStringGlobals::Reallocate(QVStringData* buffer, int32_t length, 
 
 QVStringData* QVStringGlobals::Grow(QVStringData* buffer, int32_t length)
 {
-    if (buffer && buffer->capacity > length && buffer->references.load(std::memory_order_acquire) <= 1)
+    if (buffer && buffer->capacity > length &&
+        buffer->references.load(std::memory_order_acquire) <= 1)
         return buffer;
     // Half as much again, so that a run of appends costs amortised constant time.
     int64_t capacity = static_cast<int64_t>(length) + 1;
@@ -177,9 +190,11 @@ QVStringData* QVStringGlobals::GrowExact(QVStringData* buffer, int32_t length)
     return Reallocate(buffer, length, true);
 }
 
-QVStringData* QVStringGlobals::Create(const char16_t* chars, int32_t length, int32_t capacity, uint32_t flags)
+QVStringData* QVStringGlobals::Create(const char16_t* chars, int32_t length, int32_t capacity,
+                                      uint32_t flags)
 {
-    if (length < 0) {
+    if (length < 0)
+    {
         length = 0;
         if (chars)
             while (chars[length])
@@ -205,7 +220,8 @@ int32_t QVStringGlobals::GetPooledCount()
 void QVStringGlobals::ReleasePool()
 {
     std::lock_guard<std::mutex> lock(m_poolLock);
-    for (auto& slot : m_pool) {
+    for (auto& slot : m_pool)
+    {
         if (slot)
             ::operator delete(slot);
         slot = nullptr;

@@ -36,12 +36,13 @@ inline constexpr uint8_t QVCHAR_ALPHA = QVCHAR_UPPER | QVCHAR_LOWER;
 
 // The 24 bytes that precede the characters. Layout is shared with other
 // modules, so field order and sizes are fixed.
-struct QVStringData {
-    IQVStringManager* manager;          // 24 bytes before the characters
-    int32_t length;                     // 16: characters without the NUL
-    int32_t capacity;                   // 12: characters the buffer holds, with the NUL
-    std::atomic<int32_t> references;    // 8
-    int32_t reserved;                   // 4: keeps the characters 8-byte aligned
+struct QVStringData
+{
+    IQVStringManager* manager;        // 24 bytes before the characters
+    int32_t length;                   // 16: characters without the NUL
+    int32_t capacity;                 // 12: characters the buffer holds, with the NUL
+    std::atomic<int32_t> references;  // 8
+    int32_t reserved;                 // 4: keeps the characters 8-byte aligned
 
     char16_t* Chars() { return reinterpret_cast<char16_t*>(this + 1); }
     const char16_t* Chars() const { return reinterpret_cast<const char16_t*>(this + 1); }
@@ -57,7 +58,8 @@ static_assert(offsetof(QVStringData, length) == 8 && offsetof(QVStringData, capa
 
 // Owner of string buffers. The order of the operations is part of the layout
 // that other modules see.
-class IQVStringManager {
+class IQVStringManager
+{
 public:
     // A buffer for `length` characters and the NUL, with `references` 1.
     virtual QVStringData* Allocate(int32_t length, bool pooled) = 0;
@@ -72,7 +74,8 @@ public:
     virtual QVStringData* Reallocate(QVStringData* buffer, int32_t length, bool keepContents) = 0;
     // A new buffer holding `chars`; `length` -1 means up to the NUL;
     // `capacity` asks for more room (characters without the NUL).
-    virtual QVStringData* Create(const char16_t* chars, int32_t length, int32_t capacity, uint32_t flags) = 0;
+    virtual QVStringData* Create(const char16_t* chars, int32_t length, int32_t capacity,
+                                 uint32_t flags) = 0;
     virtual QVStringData* GetEmpty() = 0;
 
 protected:
@@ -81,7 +84,8 @@ protected:
 
 // The one string manager of this module, a singleton that is ready before any
 // static constructor runs (it is constant-initialised).
-class QVStringGlobals final : public IQVStringManager {
+class QVStringGlobals final : public IQVStringManager
+{
 public:
     constexpr QVStringGlobals();
 
@@ -90,7 +94,8 @@ public:
     QVStringData* Grow(QVStringData* buffer, int32_t length) override;
     QVStringData* GrowExact(QVStringData* buffer, int32_t length) override;
     QVStringData* Reallocate(QVStringData* buffer, int32_t length, bool keepContents) override;
-    QVStringData* Create(const char16_t* chars, int32_t length, int32_t capacity, uint32_t flags) override;
+    QVStringData* Create(const char16_t* chars, int32_t length, int32_t capacity,
+                         uint32_t flags) override;
     QVStringData* GetEmpty() override { return &m_empty.header; }
 
     char16_t* EmptyChars() { return m_empty.chars; }
@@ -113,7 +118,8 @@ private:
     QVStringData* TakeFromPool(int32_t needed);
     static void InitHeader(QVStringData* data, IQVStringManager* manager, int32_t capacity);
 
-    struct EmptyString {
+    struct EmptyString
+    {
         QVStringData header;
         char16_t chars[4];
     };
@@ -133,26 +139,35 @@ private:
 extern QVStringGlobals g_qvStringGlobals;
 
 // The accessor through which everything reaches the manager: no lookup.
-inline QVStringGlobals* QVGetStringGlobals() { return &g_qvStringGlobals; }
-inline IQVStringManager* QVGetStringManager() { return &g_qvStringGlobals; }
+inline QVStringGlobals* QVGetStringGlobals()
+{
+    return &g_qvStringGlobals;
+}
+inline IQVStringManager* QVGetStringManager()
+{
+    return &g_qvStringGlobals;
+}
 
 // The case tables follow the Latin-1 rules that Windows and Unicode share for
 // these codes. Fixing them here keeps them independent of the process locale.
 constexpr QVStringGlobals::QVStringGlobals()
     : m_empty{{this, 0, 1, QVSTRING_STATIC, 0}, {0, 0, 0, 0}}
 {
-    for (int c = 0; c < 256; ++c) {
+    for (int c = 0; c < 256; ++c)
+    {
         m_lower[c] = static_cast<char16_t>(c);
         m_upper[c] = static_cast<char16_t>(c);
         uint8_t cls = 0;
         const bool upperLatin = (c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7);
         const bool lowerLatin = (c >= 'a' && c <= 'z') || (c >= 0xDF && c <= 0xFF && c != 0xF7) ||
                                 c == 0xAA || c == 0xB5 || c == 0xBA;
-        if (upperLatin) {
+        if (upperLatin)
+        {
             m_lower[c] = static_cast<char16_t>(c + 32);
             cls |= QVCHAR_UPPER;
         }
-        if (lowerLatin) {
+        if (lowerLatin)
+        {
             cls |= QVCHAR_LOWER;
             if ((c >= 'a' && c <= 'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7))
                 m_upper[c] = static_cast<char16_t>(c - 32);

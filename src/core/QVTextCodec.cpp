@@ -5,15 +5,17 @@
 #include <climits>
 #include <new>
 
-namespace {
+namespace
+{
 
 constexpr char16_t REPLACEMENT = 0xFFFD;
 
 // Windows-1252 codes 0x80 to 0x9F. The five codes that the code page leaves
 // open map to the same C1 control, as Windows itself converts them.
 constexpr char16_t CP1252_HIGH[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
-    0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
 char16_t FromCP1252Byte(uint8_t byte)
 {
@@ -31,20 +33,25 @@ char ToCP1252Char(char16_t c)
 }
 
 // Builds a string of at most `capacity` characters through the locked buffer.
-class QVStringWriter {
+class QVStringWriter
+{
 public:
-    QVStringWriter(QVString& target, size_t capacity) : m_target(target), m_chars(target.GetBuffer(Checked(capacity)))
+    QVStringWriter(QVString& target, size_t capacity)
+        : m_target(target), m_chars(target.GetBuffer(Checked(capacity)))
     {
     }
     ~QVStringWriter() { m_target.ReleaseBuffer(m_length); }
     void Put(char16_t c) { m_chars[m_length++] = c; }
     void PutCodePoint(uint32_t code)
     {
-        if (code >= 0x10000) {
+        if (code >= 0x10000)
+        {
             code -= 0x10000;
             Put(static_cast<char16_t>(0xD800 + (code >> 10)));
             Put(static_cast<char16_t>(0xDC00 + (code & 0x3FF)));
-        } else {
+        }
+        else
+        {
             Put(static_cast<char16_t>(code));
         }
     }
@@ -88,7 +95,8 @@ uint32_t DecodeSequence(std::string_view text, size_t i, size_t& used)
     if (length == 0 || i + static_cast<size_t>(length) > text.size())
         return REPLACEMENT;
     uint32_t code = lead & (0x7F >> length);
-    for (int k = 1; k < length; ++k) {
+    for (int k = 1; k < length; ++k)
+    {
         const auto next = static_cast<uint8_t>(text[i + static_cast<size_t>(k)]);
         if ((next & 0xC0) != 0x80)
             return REPLACEMENT;
@@ -103,16 +111,23 @@ uint32_t DecodeSequence(std::string_view text, size_t i, size_t& used)
 
 void AppendUTF8(std::string& out, uint32_t code)
 {
-    if (code < 0x80) {
+    if (code < 0x80)
+    {
         out += static_cast<char>(code);
-    } else if (code < 0x800) {
+    }
+    else if (code < 0x800)
+    {
         out += static_cast<char>(0xC0 | (code >> 6));
         out += static_cast<char>(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
+    }
+    else if (code < 0x10000)
+    {
         out += static_cast<char>(0xE0 | (code >> 12));
         out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
         out += static_cast<char>(0x80 | (code & 0x3F));
-    } else {
+    }
+    else
+    {
         out += static_cast<char>(0xF0 | (code >> 18));
         out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
         out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
@@ -127,10 +142,12 @@ QVString DecodeUTF16(const uint8_t* bytes, size_t size, bool bigEndian)
     if (count == 0)
         return result;
     QVStringWriter writer(result, count);
-    for (size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < count; ++i)
+    {
         const uint8_t first = bytes[2 * i];
         const uint8_t second = bytes[2 * i + 1];
-        writer.Put(bigEndian ? static_cast<char16_t>(first << 8 | second) : static_cast<char16_t>(second << 8 | first));
+        writer.Put(bigEndian ? static_cast<char16_t>(first << 8 | second)
+                             : static_cast<char16_t>(second << 8 | first));
     }
     return result;
 }
@@ -144,7 +161,8 @@ QVString QVString::FromUTF8(std::string_view text)
         return result;
     // Never more UTF-16 units than bytes.
     QVStringWriter writer(result, text.size());
-    for (size_t i = 0; i < text.size();) {
+    for (size_t i = 0; i < text.size();)
+    {
         size_t used = 1;
         writer.PutCodePoint(DecodeSequence(text, i, used));
         i += used;
@@ -157,12 +175,17 @@ std::string QVString::ToUTF8() const
     std::string out;
     const int32_t length = GetLength();
     out.reserve(static_cast<size_t>(length));
-    for (int32_t i = 0; i < length; ++i) {
+    for (int32_t i = 0; i < length; ++i)
+    {
         uint32_t code = m_chars[i];
-        if (code >= 0xD800 && code <= 0xDBFF && i + 1 < length && m_chars[i + 1] >= 0xDC00 && m_chars[i + 1] <= 0xDFFF) {
+        if (code >= 0xD800 && code <= 0xDBFF && i + 1 < length && m_chars[i + 1] >= 0xDC00 &&
+            m_chars[i + 1] <= 0xDFFF)
+        {
             code = 0x10000 + ((code - 0xD800) << 10) + (m_chars[i + 1] - 0xDC00u);
             ++i;
-        } else if (code >= 0xD800 && code <= 0xDFFF) {
+        }
+        else if (code >= 0xD800 && code <= 0xDFFF)
+        {
             code = REPLACEMENT;
         }
         AppendUTF8(out, code);
@@ -186,10 +209,12 @@ std::string QVString::ToCP1252() const
     std::string out;
     const int32_t length = GetLength();
     out.reserve(static_cast<size_t>(length));
-    for (int32_t i = 0; i < length; ++i) {
+    for (int32_t i = 0; i < length; ++i)
+    {
         const char16_t c = m_chars[i];
         // A surrogate pair is one character that the code page lacks.
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < length && m_chars[i + 1] >= 0xDC00 && m_chars[i + 1] <= 0xDFFF)
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < length && m_chars[i + 1] >= 0xDC00 &&
+            m_chars[i + 1] <= 0xDFFF)
             ++i;
         out += ToCP1252Char(c);
     }

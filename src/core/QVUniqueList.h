@@ -6,7 +6,8 @@
 #include "core/QVMap.h"
 
 template <typename T, typename ARG = const T&>
-class QVUniqueList {
+class QVUniqueList
+{
 public:
     // Index of `item`: where it already is, or where it was appended.
     int32_t Add(ARG item)

@@ -2,7 +2,8 @@
 
 #include "core/QVXmlText.h"
 
-namespace {
+namespace
+{
 
 constexpr size_t kMaxMessages = 32;  // a hostile text could otherwise make one per character
 constexpr uint32_t kMaxPageSize = 0x10000;
@@ -26,7 +27,8 @@ size_t DecodeReference(std::u16string_view text, size_t i, std::u16string& out)
     {
         std::u16string_view name;
         char16_t value;
-    } kEntities[] = {{u"&lt;", u'<'}, {u"&amp;", u'&'}, {u"&gt;", u'>'}, {u"&apos;", u'\''}, {u"&quot;", u'"'}};
+    } kEntities[] = {
+        {u"&lt;", u'<'}, {u"&amp;", u'&'}, {u"&gt;", u'>'}, {u"&apos;", u'\''}, {u"&quot;", u'"'}};
     const std::u16string_view rest = text.substr(i);
     for (const auto& entity : kEntities)
     {
@@ -472,7 +474,8 @@ void QVXml::InsertText(uint32_t offset, std::u16string_view inserted)
     At(kDocument)->length = static_cast<uint32_t>(text.size());
 }
 
-QVXml::Handle QVXml::AddElement(Handle parent, std::u16string_view name, std::u16string_view content)
+QVXml::Handle QVXml::AddElement(Handle parent, std::u16string_view name,
+                                std::u16string_view content)
 {
     const Entry* parentEntry = parent == kDocument ? At(parent) : Element(parent);
     if (parentEntry == nullptr || name.empty())
@@ -482,10 +485,11 @@ QVXml::Handle QVXml::AddElement(Handle parent, std::u16string_view name, std::u1
     if (parent != kDocument && ((parentEntry->flags & (FLAG_EMPTY | FLAG_NOT_ENDED)) != 0 ||
                                 (parentEntry->flags & FLAG_ENDED) == 0))
         return 0;
-    const uint32_t offset = parent == kDocument
-                                ? static_cast<uint32_t>(text.size())
-                                : parentEntry->start + parentEntry->length - EndTagLength(*parentEntry);
-    const std::u16string prefix = (parent != kDocument && parentEntry->firstChild == 0) ? u"\r\n" : u"";
+    const uint32_t offset =
+        parent == kDocument ? static_cast<uint32_t>(text.size())
+                            : parentEntry->start + parentEntry->length - EndTagLength(*parentEntry);
+    const std::u16string prefix =
+        (parent != kDocument && parentEntry->firstChild == 0) ? u"\r\n" : u"";
     const std::u16string element =
         qvxml::Message({u"<", name, u">", Escape(content), u"</", name, u">"});
     const std::u16string suffix = parent != kDocument ? u"\r\n" : u"";
@@ -588,7 +592,8 @@ bool QVXml::RemoveElement(Handle element)
         return false;
     uint32_t count = entry->length;
     const size_t after = static_cast<size_t>(entry->start) + count;
-    if (entry->parent != kDocument && after + 2 <= text.size() && text.compare(after, 2, u"\r\n") == 0)
+    if (entry->parent != kDocument && after + 2 <= text.size() &&
+        text.compare(after, 2, u"\r\n") == 0)
         count += 2;
     const uint32_t start = entry->start;
     Unlink(element);

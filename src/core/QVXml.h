@@ -32,8 +32,8 @@ public:
         FLAG_EMPTY = 0x0001,      // written as <name ... />
         FLAG_ENDED = 0x0002,      // its end tag was found
         FLAG_NOT_ENDED = 0x0004,  // closed by an outer end tag or by the end of the text
-        FLAG_ERROR = 0x0008,      // on the document: some error was met; on an element: it was involved
-        FLAG_FREE = 0x8000,       // a removed entry, waiting on the free list for reuse
+        FLAG_ERROR = 0x0008,  // on the document: some error was met; on an element: it was involved
+        FLAG_FREE = 0x8000,   // a removed entry, waiting on the free list for reuse
     };
 
     QVXml();
@@ -130,7 +130,7 @@ private:
     std::u16string text;
     std::vector<std::unique_ptr<Entry[]>> pages;
     uint32_t pageSize = 0;
-    uint32_t used = 0;  // entries handed out, the document's included
+    uint32_t used = 0;    // entries handed out, the document's included
     Handle freeList = 0;  // removed entries, linked through their next-sibling word
     int32_t elementCount = 0;
     std::vector<std::u16string> errors;

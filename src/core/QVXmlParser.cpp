@@ -6,7 +6,8 @@
 
 #include "core/QVXmlText.h"
 
-namespace {
+namespace
+{
 
 bool CanStartName(char16_t c)
 {
@@ -81,7 +82,8 @@ private:
         return i + 1;
     }
 
-    size_t SkipPast(size_t start, size_t from, std::u16string_view terminator, std::u16string_view construct)
+    size_t SkipPast(size_t start, size_t from, std::u16string_view terminator,
+                    std::u16string_view construct)
     {
         const size_t found = from <= n ? t.find(terminator, from) : std::u16string::npos;
         if (found == std::u16string::npos)
@@ -163,8 +165,8 @@ private:
             --match;
         if (match == 0)
         {
-            xml.NoteError(qvxml::Message({u"No start tag for end tag '", name, u"' at offset ",
-                                          qvxml::Number(i)}));
+            xml.NoteError(qvxml::Message(
+                {u"No start tag for end tag '", name, u"' at offset ", qvxml::Number(i)}));
             return j + 1;
         }
         const size_t target = match - 1;
@@ -182,7 +184,8 @@ private:
         }
         Entry* entry = xml.At(open.back());
         entry->length = static_cast<uint32_t>(j + 1 - entry->start);
-        entry->tagLengths = qvxml::PackTagLengths(xml.StartTagLength(*entry), static_cast<uint32_t>(j + 1 - i));
+        entry->tagLengths =
+            qvxml::PackTagLengths(xml.StartTagLength(*entry), static_cast<uint32_t>(j + 1 - i));
         entry->flags |= FLAG_ENDED;
         open.pop_back();
         return j + 1;
@@ -229,7 +232,8 @@ private:
 
     void Unterminated(std::u16string_view construct, size_t offset)
     {
-        xml.NoteError(qvxml::Message({construct, u" at offset ", qvxml::Number(offset), u" unterminated"}));
+        xml.NoteError(
+            qvxml::Message({construct, u" at offset ", qvxml::Number(offset), u" unterminated"}));
     }
 
     QVXml& xml;

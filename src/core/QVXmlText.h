@@ -8,7 +8,8 @@
 #include <string>
 #include <string_view>
 
-namespace qvxml {
+namespace qvxml
+{
 
 inline bool IsSpace(char16_t c)
 {

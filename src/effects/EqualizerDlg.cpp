@@ -9,9 +9,10 @@
 #include "parametric/ParametricFilter.h"
 
 const char16_t* const CEqualizerDlg::SLIDER_LABELS[SLIDER_COUNT] = {
-    u"Pre\r\nAmp",  u"31.3\r\nHz", u"48\r\nHz",   u"62.5\r\nHz", u"90\r\nHz",   u"125\r\nHz",  u"175\r\nHz",
-    u"250\r\nHz",   u"375\r\nHz",  u"500\r\nHz",  u"750\r\nHz",  u"1\r\nkHz",   u"1.5\r\nkHz", u"2\r\nkHz",
-    u"3\r\nkHz",    u"4\r\nkHz",   u"6\r\nkHz",   u"8\r\nkHz",   u"12\r\nkHz",  u"16\r\nkHz",  u"20\r\nkHz",
+    u"Pre\r\nAmp", u"31.3\r\nHz", u"48\r\nHz",  u"62.5\r\nHz", u"90\r\nHz",  u"125\r\nHz",
+    u"175\r\nHz",  u"250\r\nHz",  u"375\r\nHz", u"500\r\nHz",  u"750\r\nHz", u"1\r\nkHz",
+    u"1.5\r\nkHz", u"2\r\nkHz",   u"3\r\nkHz",  u"4\r\nkHz",   u"6\r\nkHz",  u"8\r\nkHz",
+    u"12\r\nkHz",  u"16\r\nkHz",  u"20\r\nkHz",
 };
 
 double CEqualizerDlg::SliderFromCharacter(char16_t character)
@@ -31,7 +32,10 @@ char16_t CEqualizerDlg::CharacterFromSlider(double gainDb)
                                  CEqualizerEngine::VALUE_BASE);
 }
 
-CEqualizerDlg::CEqualizerDlg(CEqualizerDSPPlugin& owner) : plugin(owner), presets(owner.GetPresets()) {}
+CEqualizerDlg::CEqualizerDlg(CEqualizerDSPPlugin& owner)
+    : plugin(owner), presets(owner.GetPresets())
+{
+}
 
 void CEqualizerDlg::Open()
 {
@@ -60,7 +64,8 @@ void CEqualizerDlg::UpdateSliders()
     updatingSliders = true;
     const QVString& setting = presets.settings;
     for (int32_t slider = 0; slider < SLIDER_COUNT; ++slider)
-        sliders[slider] = SliderFromCharacter(slider < setting.GetLength() ? setting[slider] : u'\0');
+        sliders[slider] =
+            SliderFromCharacter(slider < setting.GetLength() ? setting[slider] : u'\0');
     updatingSliders = false;
 }
 

@@ -34,7 +34,8 @@ public:
     static constexpr const char16_t* SAVE_TITLE = u"Preset Name";
     static constexpr const char16_t* DELETE_QUESTION = u"Are you sure you want to delete '%s'?";
     static constexpr const char16_t* DELETE_TITLE = u"Confirm Action";
-    static constexpr const char16_t* RESET_QUESTION = u"Are you sure you want to reset all presets to their default values?";
+    static constexpr const char16_t* RESET_QUESTION =
+        u"Are you sure you want to reset all presets to their default values?";
     static constexpr const char16_t* RESET_TITLE = u"Confirm Reset";
 
     // The slider position (dB) of a setting character: rounded to the half

@@ -4,7 +4,7 @@
 #include <cstring>
 
 const double CEqualizerEngine::BAND_FREQUENCIES[BAND_COUNT] = {
-    31.25, 48.0,   62.5,   90.0,   125.0,  175.0,  250.0,   375.0,   500.0,   750.0,
+    31.25,  48.0,   62.5,   90.0,   125.0,  175.0,  250.0,  375.0,   500.0,   750.0,
     1000.0, 1500.0, 2000.0, 3000.0, 4000.0, 6000.0, 8000.0, 12000.0, 16000.0, 20000.0,
 };
 
@@ -29,9 +29,10 @@ inline Lanes FlushTiny(Lanes value)
 {
     // |value| < 1e-150 becomes +0.0, as the filter's own flush does; a NaN
     // compares false and stays.
-    const LaneMask magnitudeBits = reinterpret_cast<LaneMask>(value) & LaneMask{INT64_MAX, INT64_MAX};
-    const LaneMask tiny = reinterpret_cast<Lanes>(magnitudeBits) < Lanes{CIIRFilter::FlushThreshold,
-                                                                           CIIRFilter::FlushThreshold};
+    const LaneMask magnitudeBits =
+        reinterpret_cast<LaneMask>(value) & LaneMask{INT64_MAX, INT64_MAX};
+    const LaneMask tiny = reinterpret_cast<Lanes>(magnitudeBits) <
+                          Lanes{CIIRFilter::FlushThreshold, CIIRFilter::FlushThreshold};
     return reinterpret_cast<Lanes>(reinterpret_cast<LaneMask>(value) & ~tiny);
 }
 
@@ -60,7 +61,8 @@ struct SectionLanes
 
     void Store(CIIRFilter* first, CIIRFilter* second) const
     {
-        const auto put = [](CIIRFilter* f, int lane, const SectionLanes& s) {
+        const auto put = [](CIIRFilter* f, int lane, const SectionLanes& s)
+        {
             f->state[0] = s.x1[lane];
             f->state[1] = s.x2[lane];
             f->state[2] = s.y1[lane];
@@ -126,8 +128,8 @@ void RunGroup(double* samples, int32_t frames, int32_t stride, CIIRFilter* const
         sections[k].Store(first[k], second != nullptr ? second[k] : nullptr);
 }
 
-void RunGroupOf(int32_t count, double* samples, int32_t frames, int32_t stride, CIIRFilter* const* first,
-                CIIRFilter* const* second)
+void RunGroupOf(int32_t count, double* samples, int32_t frames, int32_t stride,
+                CIIRFilter* const* first, CIIRFilter* const* second)
 {
     static_assert(GROUP_BANDS <= 4, "one case per group size");
     switch (count)
@@ -184,9 +186,8 @@ void CEqualizerEngine::ApplySetting(const QVString& setting)
     // A short text reads as code 0 where characters are missing (a large
     // boost); the panel never writes one, and the store's text is checked
     // for its length before it gets here.
-    const auto valueAt = [&setting](int32_t i) {
-        return (i < setting.GetLength() ? static_cast<int32_t>(setting[i]) : 0) - VALUE_BASE;
-    };
+    const auto valueAt = [&setting](int32_t i)
+    { return (i < setting.GetLength() ? static_cast<int32_t>(setting[i]) : 0) - VALUE_BASE; };
     preampValue = valueAt(0);
     for (int32_t band = 0; band < BAND_COUNT; ++band)
         bandValues[band] = static_cast<int8_t>(valueAt(band + 1));
@@ -264,7 +265,8 @@ void CEqualizerEngine::ProcessFilters(double* samples, int32_t frames, const CAu
     }
     const int32_t channels = format.channels;
     int32_t runLength = 0;
-    const auto runCascade = [&]() {
+    const auto runCascade = [&]()
+    {
         for (int32_t channel = 0; channel < channels; channel += 2)
         {
             const bool pair = channel + 1 < channels;
@@ -278,7 +280,8 @@ void CEqualizerEngine::ProcessFilters(double* samples, int32_t frames, const CAu
                     first[k] = runFilters[start + k][channel];
                     second[k] = pair ? runFilters[start + k][channel + 1] : nullptr;
                 }
-                RunGroupOf(count, samples + channel, frames, channels, first, pair ? second : nullptr);
+                RunGroupOf(count, samples + channel, frames, channels, first,
+                           pair ? second : nullptr);
             }
         }
         runLength = 0;

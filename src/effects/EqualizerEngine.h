@@ -66,7 +66,8 @@ private:
     void ProcessFilters(double* samples, int32_t frames, const CAudioFormat& format);
     // Designs the band's filter of every channel for this block, the way the
     // band itself would; false when the band can't take the cascade path.
-    bool PrepareBand(int32_t band, const CAudioFormat& format, CIIRFilter** filters, bool& transparent);
+    bool PrepareBand(int32_t band, const CAudioFormat& format, CIIRFilter** filters,
+                     bool& transparent);
     bool HasDistinctChannels(const CAudioFormat& format) const;
 
     std::unique_ptr<CParametricIIRFilter> bands[BAND_COUNT];

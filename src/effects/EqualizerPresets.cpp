@@ -5,9 +5,9 @@
 
 // The older ten-band presets widened to twenty bands, hence the pairs.
 const EqualizerPresetDefinition CEqualizerPresets::DEFAULT_PRESETS[DEFAULT_PRESET_COUNT] = {
-    {u"Flat", u"OOOOOOOOOOOOOOOOOOOOO"},      {u"Blues", u"OMMMMNNQQUUYYUUQQKKEE"},
-    {u"Rock", u"OCCKKUUYYUUNNKKCCCCCC"},      {u"Classical", u"OOOOOOOOOOOOOZZZZZZ^^"},
-    {u"Country", u"OMMOORRUUTTOOJJGGCCBB"},   {u"Hip-Hop", u"OIIFFCCFFKKTTUUUUTTUU"},
+    {u"Flat", u"OOOOOOOOOOOOOOOOOOOOO"},    {u"Blues", u"OMMMMNNQQUUYYUUQQKKEE"},
+    {u"Rock", u"OCCKKUUYYUUNNKKCCCCCC"},    {u"Classical", u"OOOOOOOOOOOOOZZZZZZ^^"},
+    {u"Country", u"OMMOORRUUTTOOJJGGCCBB"}, {u"Hip-Hop", u"OIIFFCCFFKKTTUUUUTTUU"},
     {u"Live", u"OYYQQNNIIIIIIKKMMMMNN"},
 };
 
@@ -15,12 +15,14 @@ CEqualizerPresets::CEqualizerPresets(CEqualizerDSPPlugin* owner) : plugin(owner)
 
 CZoneSettingsKey CEqualizerPresets::OpenCurrentKey() const
 {
-    return CZoneSettingsKey(plugin->zone, QVString(SUBKEY), QVString(LEGACY_KEY), QVString(LEGACY_PREFIX));
+    return CZoneSettingsKey(plugin->zone, QVString(SUBKEY), QVString(LEGACY_KEY),
+                            QVString(LEGACY_PREFIX));
 }
 
 CZoneSettingsKey CEqualizerPresets::OpenPresetsKey()
 {
-    return CZoneSettingsKey(QVZONE_GLOBAL, QVString(PRESETS_SUBKEY), QVString(LEGACY_PRESETS_KEY), QVString());
+    return CZoneSettingsKey(QVZONE_GLOBAL, QVString(PRESETS_SUBKEY), QVString(LEGACY_PRESETS_KEY),
+                            QVString());
 }
 
 bool CEqualizerPresets::MayWrite() const
@@ -39,8 +41,9 @@ void CEqualizerPresets::Load()
         CZoneSettingsKey key = OpenCurrentKey();
         QVString stored = CEqualizerEngine::ExpandLegacySetting(
             key.ReadString(QVString(SETTINGS_VALUE), QVString(CEqualizerEngine::FLAT_SETTING)));
-        settings = stored.GetLength() == CEqualizerEngine::SETTING_LENGTH ? stored
-                                                                         : QVString(CEqualizerEngine::FLAT_SETTING);
+        settings = stored.GetLength() == CEqualizerEngine::SETTING_LENGTH
+                       ? stored
+                       : QVString(CEqualizerEngine::FLAT_SETTING);
         preset = key.ReadString(QVString(PRESET_VALUE), QVString());
     }
     LoadPresets();
@@ -67,7 +70,8 @@ void CEqualizerPresets::LoadPresets()
         }
     }
     for (const QVString& name : names)
-        presets.SetAt(name, CEqualizerEngine::ExpandLegacySetting(key.ReadString(name, QVString())));
+        presets.SetAt(name,
+                      CEqualizerEngine::ExpandLegacySetting(key.ReadString(name, QVString())));
 }
 
 void CEqualizerPresets::LoadDefaultPresets()

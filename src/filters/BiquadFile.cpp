@@ -58,7 +58,8 @@ std::u16string SectionHeader(int32_t section)
 // Which value of the row a coefficient line sets, or -1.
 int CoefficientIndex(std::u16string_view line)
 {
-    static constexpr std::u16string_view names[6] = {u"a0=", u"a1=", u"a2=", u"b0=", u"b1=", u"b2="};
+    static constexpr std::u16string_view names[6] = {u"a0=", u"a1=", u"a2=",
+                                                     u"b0=", u"b1=", u"b2="};
     for (int i = 0; i < 6; ++i)
         if (StartsWithNoCase(line, names[i]))
             return i;

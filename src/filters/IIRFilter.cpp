@@ -116,8 +116,9 @@ void KWeightingRows(double* shelf, double* highPass, double sampleRate)
         const double vb = std::pow(vh, 0.4996667741545416);
         const double q = 0.7071752369554196;
         const double d = 1.0 + k / q + k * k;
-        SetRow(shelf, 1.0, 2.0 * (k * k - 1.0) / d, (1.0 - k / q + k * k) / d, (vh + vb * k / q + k * k) / d,
-               2.0 * (k * k - vh) / d, (vh - vb * k / q + k * k) / d);
+        SetRow(shelf, 1.0, 2.0 * (k * k - 1.0) / d, (1.0 - k / q + k * k) / d,
+               (vh + vb * k / q + k * k) / d, 2.0 * (k * k - vh) / d,
+               (vh - vb * k / q + k * k) / d);
     }
     {
         const double k = std::tan(119.8061151453059 / sampleRate);
@@ -128,19 +129,20 @@ void KWeightingRows(double* shelf, double* highPass, double sampleRate)
 }
 }  // namespace
 
-bool CIIRFilter::SameParameters(int newKind, double newSampleRate, double newFrequency, double newGain,
-                                double newQ, const QVString& newCustomFile) const
+bool CIIRFilter::SameParameters(int newKind, double newSampleRate, double newFrequency,
+                                double newGain, double newQ, const QVString& newCustomFile) const
 {
-    return kind == newKind && sampleRate == newSampleRate && frequency == newFrequency && gain == newGain &&
-           q == newQ && customFile.CompareNoCase(newCustomFile) == 0;
+    return kind == newKind && sampleRate == newSampleRate && frequency == newFrequency &&
+           gain == newGain && q == newQ && customFile.CompareNoCase(newCustomFile) == 0;
 }
 
-bool CIIRFilter::Design(int newKind, double newSampleRate, double newFrequency, double newGain, double newQ,
-                        bool /*flag*/, const QVString& newCustomFile)
+bool CIIRFilter::Design(int newKind, double newSampleRate, double newFrequency, double newGain,
+                        double newQ, bool /*flag*/, const QVString& newCustomFile)
 {
     // Owners call this every block: unchanged parameters must keep the state,
     // or every block boundary would click.
-    if (designed && SameParameters(newKind, newSampleRate, newFrequency, newGain, newQ, newCustomFile))
+    if (designed &&
+        SameParameters(newKind, newSampleRate, newFrequency, newGain, newQ, newCustomFile))
         return true;
     designed = false;
     if (!InRange(newSampleRate, 1000.0, 10000000.0) || !InRange(newFrequency, 0.0, 10000000.0) ||
@@ -175,7 +177,8 @@ bool CIIRFilter::Design(int newKind, double newSampleRate, double newFrequency, 
     for (uint32_t k = 0; k < sectionCount; ++k)
     {
         if (analogPrototype)
-            PackAnalogSection(rows[k], coefficients + k * AnalogCoefficientsPerSection, runningGain);
+            PackAnalogSection(rows[k], coefficients + k * AnalogCoefficientsPerSection,
+                              runningGain);
         else
             PackDirectSection(rows[k], coefficients + k * DirectCoefficientsPerSection);
     }
@@ -248,8 +251,7 @@ bool CIIRFilter::FillRows(WorkingRow* rows)
     case IIR_CUSTOM_FILE:
         sectionCount = static_cast<uint32_t>(BiquadFile::ReadFile(customFile, rows));
         break;
-    default:
-        return false;
+    default: return false;
     }
     analogPrototype = false;
     return true;

@@ -12,70 +12,74 @@
 class IQVSettingsKey;
 
 // Translates visible text in place; a missing translator leaves the text.
-class IQVTranslator {
- public:
-  virtual void ReservedTranslator1() {}
-  virtual void Translate(QVString& text) = 0;  // operation 2
+class IQVTranslator
+{
+public:
+    virtual void ReservedTranslator1() {}
+    virtual void Translate(QVString& text) = 0;  // operation 2
 
- protected:
-  ~IQVTranslator() = default;
+protected:
+    ~IQVTranslator() = default;
 };
 
-class IQVLogger {
- public:
-  // Highest level that is written; 0 writes nothing. Lets callers skip the
-  // formatting of lines nobody reads.
-  virtual int32_t GetLevel() = 0;
-  // One line: a heading ("QVThread::Stop") and the formatted text.
-  virtual void Log(int32_t level, const QVString& heading, const QVString& text) = 0;
+class IQVLogger
+{
+public:
+    // Highest level that is written; 0 writes nothing. Lets callers skip the
+    // formatting of lines nobody reads.
+    virtual int32_t GetLevel() = 0;
+    // One line: a heading ("QVThread::Stop") and the formatted text.
+    virtual void Log(int32_t level, const QVString& heading, const QVString& text) = 0;
 
- protected:
-  ~IQVLogger() = default;
+protected:
+    ~IQVLogger() = default;
 };
 
 // Scales pixel values of panels.
-class IQVScaler {
- public:
-  virtual int32_t Scale(int32_t pixels) = 0;
+class IQVScaler
+{
+public:
+    virtual int32_t Scale(int32_t pixels) = 0;
 
- protected:
-  ~IQVScaler() = default;
+protected:
+    ~IQVScaler() = default;
 };
 
-class IQVTools {
- public:
-  // 1: receives a value held by the sibling-module loader and this module's handle.
-  virtual void Attach(void* loaderValue, void* moduleHandle) {}
-  virtual void* ReservedTools2() { return nullptr; }
-  virtual void* ReservedTools3() { return nullptr; }
-  virtual void* ReservedTools4() { return nullptr; }
-  virtual void* ReservedTools5() { return nullptr; }
-  virtual void* ReservedTools6() { return nullptr; }
-  virtual void* ReservedTools7() { return nullptr; }
-  virtual IQVTranslator* GetTranslator(bool create) = 0;  // 8
-  virtual void* ReservedTools9() { return nullptr; }
-  virtual void* ReservedTools10() { return nullptr; }
-  virtual IQVLogger* GetLogger(int32_t kind) = 0;  // 11
-  virtual void* ReservedTools12() { return nullptr; }
-  virtual void* ReservedTools13() { return nullptr; }
-  virtual void* ReservedTools14() { return nullptr; }
-  virtual void* ReservedTools15() { return nullptr; }
-  virtual void* ReservedTools16() { return nullptr; }
-  virtual void* ReservedTools17() { return nullptr; }
-  virtual void* ReservedTools18() { return nullptr; }
-  virtual void* ReservedTools19() { return nullptr; }
-  virtual IQVScaler* GetScaler() = 0;  // 20
-  virtual void* ReservedTools21() { return nullptr; }
-  virtual void* ReservedTools22() { return nullptr; }
-  virtual void* ReservedTools23() { return nullptr; }
-  virtual void* ReservedTools24() { return nullptr; }
-  virtual void* ReservedTools25() { return nullptr; }
-  // 26: opens a settings key by its backslash-separated path; null if it cannot.
-  // The caller owns the key. `systemScope` is true only for registration keys.
-  virtual IQVSettingsKey* GetPluginKeyObject(const QVString& path, bool systemScope) = 0;
+class IQVTools
+{
+public:
+    // 1: receives a value held by the sibling-module loader and this module's handle.
+    virtual void Attach(void* loaderValue, void* moduleHandle) {}
+    virtual void* ReservedTools2() { return nullptr; }
+    virtual void* ReservedTools3() { return nullptr; }
+    virtual void* ReservedTools4() { return nullptr; }
+    virtual void* ReservedTools5() { return nullptr; }
+    virtual void* ReservedTools6() { return nullptr; }
+    virtual void* ReservedTools7() { return nullptr; }
+    virtual IQVTranslator* GetTranslator(bool create) = 0;  // 8
+    virtual void* ReservedTools9() { return nullptr; }
+    virtual void* ReservedTools10() { return nullptr; }
+    virtual IQVLogger* GetLogger(int32_t kind) = 0;  // 11
+    virtual void* ReservedTools12() { return nullptr; }
+    virtual void* ReservedTools13() { return nullptr; }
+    virtual void* ReservedTools14() { return nullptr; }
+    virtual void* ReservedTools15() { return nullptr; }
+    virtual void* ReservedTools16() { return nullptr; }
+    virtual void* ReservedTools17() { return nullptr; }
+    virtual void* ReservedTools18() { return nullptr; }
+    virtual void* ReservedTools19() { return nullptr; }
+    virtual IQVScaler* GetScaler() = 0;  // 20
+    virtual void* ReservedTools21() { return nullptr; }
+    virtual void* ReservedTools22() { return nullptr; }
+    virtual void* ReservedTools23() { return nullptr; }
+    virtual void* ReservedTools24() { return nullptr; }
+    virtual void* ReservedTools25() { return nullptr; }
+    // 26: opens a settings key by its backslash-separated path; null if it cannot.
+    // The caller owns the key. `systemScope` is true only for registration keys.
+    virtual IQVSettingsKey* GetPluginKeyObject(const QVString& path, bool systemScope) = 0;
 
- protected:
-  ~IQVTools() = default;
+protected:
+    ~IQVTools() = default;
 };
 
 IQVTools* GetQVTools();
@@ -89,8 +93,10 @@ IQVLogger* QVGetLogger();
 // Writes one log line under `heading` ("QVThread::Stop"); the text is formatted
 // only when a logger takes lines of this level, so a missing logger costs a test.
 template <typename... Args>
-void QVLog(int32_t level, const char16_t* heading, const char16_t* format, const Args&... args) {
-  IQVLogger* logger = QVGetLogger();
-  if (logger == nullptr || logger->GetLevel() < level) return;
-  logger->Log(level, QVString(heading), QVString::Format(format, args...));
+void QVLog(int32_t level, const char16_t* heading, const char16_t* format, const Args&... args)
+{
+    IQVLogger* logger = QVGetLogger();
+    if (logger == nullptr || logger->GetLevel() < level)
+        return;
+    logger->Log(level, QVString(heading), QVString::Format(format, args...));
 }

@@ -9,27 +9,24 @@
 
 // Indices whose plug-in is not part of this build yet answer null, like an
 // unknown index.
-IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unlisted) {
-  EnsureToolsReady(QVString(), true);
-  switch (index) {
-    case DSPPLUGIN_EQUALIZER:
-      return new CEqualizerDSPPlugin(host, zone);
-    case DSPPLUGIN_VOLUME_LEVELING:
-      return new CVolumeLevelingDSPPlugin(host, zone);
-    case DSPPLUGIN_PARAMETRIC_EQUALIZER:
-      return new CParametricEqualizerDSPPlugin(host, zone, 0);
-    case DSPPLUGIN_PARAMETRIC_EQUALIZER_2:
-      return new CParametricEqualizerDSPPlugin(host, zone, 1);
-    case DSPPLUGIN_ADAPTIVE_VOLUME:
-      return new CAdaptiveVolumeDSPPlugin(host, zone);
+IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unlisted)
+{
+    EnsureToolsReady(QVString(), true);
+    switch (index)
+    {
+    case DSPPLUGIN_EQUALIZER: return new CEqualizerDSPPlugin(host, zone);
+    case DSPPLUGIN_VOLUME_LEVELING: return new CVolumeLevelingDSPPlugin(host, zone);
+    case DSPPLUGIN_PARAMETRIC_EQUALIZER: return new CParametricEqualizerDSPPlugin(host, zone, 0);
+    case DSPPLUGIN_PARAMETRIC_EQUALIZER_2: return new CParametricEqualizerDSPPlugin(host, zone, 1);
+    case DSPPLUGIN_ADAPTIVE_VOLUME: return new CAdaptiveVolumeDSPPlugin(host, zone);
     case DSPPLUGIN_TUBE_AMPLIFIER:
-      // Kept out of the list on purpose: the host never offers it.
-      return unlisted ? new CTubeAmplifierDSPPlugin(host, zone) : nullptr;
-    default:
-      return nullptr;
-  }
+        // Kept out of the list on purpose: the host never offers it.
+        return unlisted ? new CTubeAmplifierDSPPlugin(host, zone) : nullptr;
+    default: return nullptr;
+    }
 }
 
-extern "C" QVDSP_EXPORT IQVDSP* GetDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone) {
-  return CreateDSPPlugin(index, host, zone, false);
+extern "C" QVDSP_EXPORT IQVDSP* GetDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone)
+{
+    return CreateDSPPlugin(index, host, zone, false);
 }

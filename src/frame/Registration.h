@@ -6,10 +6,11 @@
 
 #include "core/QVString.h"
 
-struct DSPRegistration {
-  int32_t index;
-  QVString name;   // the display name, which names the plug-in's key
-  bool unlisted;   // made only through the unlisted road: its old key is removed
+struct DSPRegistration
+{
+    int32_t index;
+    QVString name;  // the display name, which names the plug-in's key
+    bool unlisted;  // made only through the unlisted road: its old key is removed
 };
 
 // Walks the index table as the registration does: each index is made with

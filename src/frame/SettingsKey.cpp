@@ -31,7 +31,8 @@ QVString QVTakeSystemString(QVSystemString& text)
     return result;
 }
 
-QVString QVReadSettingsString(IQVSettingsKey& key, const QVString& name, const QVString& defaultValue, int32_t zone)
+QVString QVReadSettingsString(IQVSettingsKey& key, const QVString& name,
+                              const QVString& defaultValue, int32_t zone)
 {
     QVSystemString text = nullptr;
     key.ReadString(&text, name.c_str(), defaultValue.c_str(), zone);
@@ -45,7 +46,8 @@ QVString QVZoneValueName(IQVSettingsKey& key, const QVString& name, int32_t zone
     return QVTakeSystemString(text);
 }
 
-namespace {
+namespace
+{
 
 template <typename Enumerate>
 std::vector<QVString> CollectNames(Enumerate enumerate)
@@ -60,19 +62,22 @@ std::vector<QVString> CollectNames(Enumerate enumerate)
 std::unique_ptr<IQVSettingsKey> OpenKey(const QVString& path)
 {
     IQVTools* tools = GetQVTools();
-    return std::unique_ptr<IQVSettingsKey>(tools != nullptr ? tools->GetPluginKeyObject(path, false) : nullptr);
+    return std::unique_ptr<IQVSettingsKey>(tools != nullptr ? tools->GetPluginKeyObject(path, false)
+                                                            : nullptr);
 }
 
 }  // namespace
 
 std::vector<QVString> QVListValueNames(IQVSettingsKey& key)
 {
-    return CollectNames([&key](int32_t index, QVSystemString* name) { return key.EnumValueName(index, name); });
+    return CollectNames([&key](int32_t index, QVSystemString* name)
+                        { return key.EnumValueName(index, name); });
 }
 
 std::vector<QVString> QVListSubkeyNames(IQVSettingsKey& key)
 {
-    return CollectNames([&key](int32_t index, QVSystemString* name) { return key.EnumSubkeyName(index, name); });
+    return CollectNames([&key](int32_t index, QVSystemString* name)
+                        { return key.EnumSubkeyName(index, name); });
 }
 
 QVString CZoneSettingsKey::ZoneKeyPath(int32_t zone, const QVString& subKey)
@@ -84,8 +89,8 @@ QVString CZoneSettingsKey::ZoneKeyPath(int32_t zone, const QVString& subKey)
     return path;
 }
 
-CZoneSettingsKey::CZoneSettingsKey(int32_t zone, const QVString& subKey, const QVString& legacyKeyPath,
-                                   const QVString& legacyPrefix)
+CZoneSettingsKey::CZoneSettingsKey(int32_t zone, const QVString& subKey,
+                                   const QVString& legacyKeyPath, const QVString& legacyPrefix)
     : zone(zone), subKey(subKey), legacyPrefix(legacyPrefix)
 {
     zoneKey = OpenKey(ZoneKeyPath(zone, subKey));
@@ -106,7 +111,8 @@ int32_t CZoneSettingsKey::ReadInt(const QVString& name, int32_t defaultValue)
     return zoneKey ? zoneKey->ReadInt(name.c_str(), defaultValue, 0) : defaultValue;
 }
 
-void CZoneSettingsKey::ReadString(QVString& result, const QVString& name, const QVString& defaultValue)
+void CZoneSettingsKey::ReadString(QVString& result, const QVString& name,
+                                  const QVString& defaultValue)
 {
     QVString value = defaultValue;
     if (legacyKey)
@@ -125,7 +131,8 @@ QVString CZoneSettingsKey::ReadString(const QVString& name, const QVString& defa
 
 bool CZoneSettingsKey::ReadSettingsBlob(void* data, int32_t& size)
 {
-    const auto readFrom = [&](IQVSettingsKey* key, const QVString& name, int32_t storeZone) {
+    const auto readFrom = [&](IQVSettingsKey* key, const QVString& name, int32_t storeZone)
+    {
         QVDllBuffer buffer;
         if (key == nullptr || !key->ReadBinary(name.c_str(), &buffer, storeZone))
             return false;
@@ -144,7 +151,8 @@ bool CZoneSettingsKey::ReadSettingsBlob(void* data, int32_t& size)
 void CZoneSettingsKey::DeleteLegacyValue(const QVString& name)
 {
     if (legacyKey)
-        legacyKey->DeleteValue(QVZoneValueName(*legacyKey, GetLegacyName(name), StoreZone()).c_str());
+        legacyKey->DeleteValue(
+            QVZoneValueName(*legacyKey, GetLegacyName(name), StoreZone()).c_str());
 }
 
 bool CZoneSettingsKey::WriteInt(const QVString& name, int32_t value)

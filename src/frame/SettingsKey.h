@@ -38,23 +38,27 @@ class IQVSettingsKey
 public:
     virtual ~IQVSettingsKey() = default;  // 1
     // 2: true if a binary value was found; the buffer then holds its bytes.
-    virtual bool ReadBinary(const char16_t* name, IQVDllBuffer* buffer, int32_t zone, int32_t reserved = 0) = 0;
+    virtual bool ReadBinary(const char16_t* name, IQVDllBuffer* buffer, int32_t zone,
+                            int32_t reserved = 0) = 0;
     // 3: the stored integer, or defaultValue.
-    virtual int32_t ReadInt(const char16_t* name, int32_t defaultValue, int32_t zone, int32_t reserved = 0) = 0;
+    virtual int32_t ReadInt(const char16_t* name, int32_t defaultValue, int32_t zone,
+                            int32_t reserved = 0) = 0;
     // 4: *result receives the stored text, else defaultValue, else (when that
     // is null) fallback. The caller frees *result.
-    virtual void ReadString(QVSystemString* result, const char16_t* name, const char16_t* defaultValue, int32_t zone,
+    virtual void ReadString(QVSystemString* result, const char16_t* name,
+                            const char16_t* defaultValue, int32_t zone,
                             const char16_t* fallback = nullptr, int32_t reserved = 0) = 0;
     // 5, 6, 7: write a value, replacing one of any type under the same name.
-    virtual bool WriteBinary(const char16_t* name, const void* data, int32_t byteCount, int32_t reserved1 = 0,
-                             int32_t reserved2 = 0) = 0;
-    virtual bool WriteInt(const char16_t* name, int32_t value, int32_t reserved1 = 0, int32_t reserved2 = 0) = 0;
+    virtual bool WriteBinary(const char16_t* name, const void* data, int32_t byteCount,
+                             int32_t reserved1 = 0, int32_t reserved2 = 0) = 0;
+    virtual bool WriteInt(const char16_t* name, int32_t value, int32_t reserved1 = 0,
+                          int32_t reserved2 = 0) = 0;
     virtual bool WriteString(const char16_t* name, const char16_t* value, int32_t reserved1 = 0,
                              const char16_t* reserved2 = nullptr, int32_t reserved3 = 0) = 0;
     virtual void ReservedKey8() {}
     virtual void ReservedKey9() {}
     virtual bool DeleteValue(const char16_t* name) = 0;                         // 10
-    virtual bool DeleteAllValues() = 0;                                        // 11
+    virtual bool DeleteAllValues() = 0;                                         // 11
     virtual bool DeleteSubkey(const char16_t* name, int32_t reserved = 0) = 0;  // 12
     // 13: the names of the key's values, one per index from 0, in sorted
     // order; false past the last. Index 0 takes a fresh look at the store.
@@ -70,7 +74,8 @@ public:
 };
 
 // Convenience wrappers over the interface, for code that holds QVStrings.
-QVString QVReadSettingsString(IQVSettingsKey& key, const QVString& name, const QVString& defaultValue, int32_t zone);
+QVString QVReadSettingsString(IQVSettingsKey& key, const QVString& name,
+                              const QVString& defaultValue, int32_t zone);
 QVString QVZoneValueName(IQVSettingsKey& key, const QVString& name, int32_t zone);
 std::vector<QVString> QVListValueNames(IQVSettingsKey& key);
 std::vector<QVString> QVListSubkeyNames(IQVSettingsKey& key);

@@ -13,7 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace {
+namespace
+{
 
 std::string ErrnoText(int error)
 {
@@ -32,7 +33,9 @@ std::string ParentFolder(const std::string& path)
 
 bool MakeFolders(const std::string& folder)
 {
-    struct stat info {};
+    struct stat info
+    {
+    };
     if (folder.empty() || ::stat(folder.c_str(), &info) == 0)
         return true;
     if (!MakeFolders(ParentFolder(folder)))
@@ -219,7 +222,9 @@ std::string CSettingsFile::TargetPath() const
 {
     // Replacing a symbolic link by rename would cut the link; write through
     // it to the file it names instead.
-    struct stat info {};
+    struct stat info
+    {
+    };
     if (::lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode))
     {
         if (char* resolved = ::realpath(path.c_str(), nullptr))
@@ -242,7 +247,9 @@ bool CSettingsFile::WriteReplacing(const nlohmann::json& document, std::string& 
         problem = "cannot create a temporary file beside " + target + ": " + ErrnoText(errno);
         return false;
     }
-    struct stat existing {};
+    struct stat existing
+    {
+    };
     ::fchmod(fd, ::stat(target.c_str(), &existing) == 0 ? (existing.st_mode & 07777) : 0644);
 
     const bool written = WriteAll(fd, Serialize(document)) && ::fsync(fd) == 0;

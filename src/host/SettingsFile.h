@@ -44,7 +44,12 @@ public:
     static std::string DefaultPath();
 
 private:
-    enum class ELoad { Loaded, Missing, Failed };
+    enum class ELoad
+    {
+        Loaded,
+        Missing,
+        Failed
+    };
     ELoad Load(nlohmann::json& document, std::string& problem) const;
     bool WriteReplacing(const nlohmann::json& document, std::string& problem) const;
     std::string TargetPath() const;

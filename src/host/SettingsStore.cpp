@@ -3,7 +3,8 @@
 #include <limits>
 #include <set>
 
-namespace {
+namespace
+{
 
 using nlohmann::json;
 
@@ -78,7 +79,8 @@ bool ParseInt32(const std::string& text, int32_t& value)
         magnitude = magnitude * 10 + (text[i] - '0');
     }
     const int64_t signedValue = negative ? -magnitude : magnitude;
-    if (signedValue < std::numeric_limits<int32_t>::min() || signedValue > std::numeric_limits<int32_t>::max())
+    if (signedValue < std::numeric_limits<int32_t>::min() ||
+        signedValue > std::numeric_limits<int32_t>::max())
         return false;
     value = static_cast<int32_t>(signedValue);
     return true;
@@ -88,10 +90,12 @@ bool IntOf(const json& value, int32_t& result)
 {
     if (value.is_number_integer())
     {
-        const int64_t wide = value.is_number_unsigned()
-                                 ? static_cast<int64_t>(std::min<uint64_t>(value.get<uint64_t>(), INT64_MAX))
-                                 : value.get<int64_t>();
-        if (wide < std::numeric_limits<int32_t>::min() || wide > std::numeric_limits<int32_t>::max())
+        const int64_t wide =
+            value.is_number_unsigned()
+                ? static_cast<int64_t>(std::min<uint64_t>(value.get<uint64_t>(), INT64_MAX))
+                : value.get<int64_t>();
+        if (wide < std::numeric_limits<int32_t>::min() ||
+            wide > std::numeric_limits<int32_t>::max())
             return false;
         result = static_cast<int32_t>(wide);
         return true;
@@ -143,7 +147,8 @@ std::string NormalizeSettingsPath(std::string_view path, bool acceptSlash)
 }
 
 CFileSettingsKey::CFileSettingsKey(std::string filePath, std::string keyPath, bool systemScope)
-    : file(std::move(filePath)), keyPath(NormalizeSettingsPath(keyPath, false)), systemScope(systemScope)
+    : file(std::move(filePath)), keyPath(NormalizeSettingsPath(keyPath, false)),
+      systemScope(systemScope)
 {
 }
 
@@ -153,7 +158,8 @@ json CFileSettingsKey::ReadValue(const char16_t* name, int32_t zone)
     file.Read(document);
     const json* key = FindMember(document, Branch());
     key = key != nullptr ? FindMember(*key, keyPath) : nullptr;
-    const json* value = key != nullptr ? FindMember(*key, QVSettingsZoneValueName(name, zone).ToUTF8()) : nullptr;
+    const json* value =
+        key != nullptr ? FindMember(*key, QVSettingsZoneValueName(name, zone).ToUTF8()) : nullptr;
     return value != nullptr ? *value : json();
 }
 
@@ -179,8 +185,9 @@ int32_t CFileSettingsKey::ReadInt(const char16_t* name, int32_t defaultValue, in
     return IntOf(ReadValue(name, zone), result) ? result : defaultValue;
 }
 
-void CFileSettingsKey::ReadString(QVSystemString* result, const char16_t* name, const char16_t* defaultValue,
-                                  int32_t zone, const char16_t* fallback, int32_t)
+void CFileSettingsKey::ReadString(QVSystemString* result, const char16_t* name,
+                                  const char16_t* defaultValue, int32_t zone,
+                                  const char16_t* fallback, int32_t)
 {
     const json value = ReadValue(name, zone);
     if (value.is_string())
@@ -194,21 +201,25 @@ void CFileSettingsKey::ReadString(QVSystemString* result, const char16_t* name, 
 bool CFileSettingsKey::WriteValue(const char16_t* name, json value)
 {
     const std::string valueName = Utf8(name);
-    return file.Update([&](json& document) {
-        json& key = document[Branch()][keyPath];
-        const auto existing = key.find(valueName);
-        if (existing != key.end() && *existing == value)
-            return false;  // unchanged: leave the file as it is
-        key[valueName] = std::move(value);
-        return true;
-    });
+    return file.Update(
+        [&](json& document)
+        {
+            json& key = document[Branch()][keyPath];
+            const auto existing = key.find(valueName);
+            if (existing != key.end() && *existing == value)
+                return false;  // unchanged: leave the file as it is
+            key[valueName] = std::move(value);
+            return true;
+        });
 }
 
-bool CFileSettingsKey::WriteBinary(const char16_t* name, const void* data, int32_t byteCount, int32_t, int32_t)
+bool CFileSettingsKey::WriteBinary(const char16_t* name, const void* data, int32_t byteCount,
+                                   int32_t, int32_t)
 {
     if (byteCount < 0 || (data == nullptr && byteCount > 0))
         return false;
-    return WriteValue(name, json{{"binary", HexOf(static_cast<const uint8_t*>(data), static_cast<size_t>(byteCount))}});
+    return WriteValue(name, json{{"binary", HexOf(static_cast<const uint8_t*>(data),
+                                                  static_cast<size_t>(byteCount))}});
 }
 
 bool CFileSettingsKey::WriteInt(const char16_t* name, int32_t value, int32_t, int32_t)
@@ -216,7 +227,8 @@ bool CFileSettingsKey::WriteInt(const char16_t* name, int32_t value, int32_t, in
     return WriteValue(name, json(value));
 }
 
-bool CFileSettingsKey::WriteString(const char16_t* name, const char16_t* value, int32_t, const char16_t*, int32_t)
+bool CFileSettingsKey::WriteString(const char16_t* name, const char16_t* value, int32_t,
+                                   const char16_t*, int32_t)
 {
     return WriteValue(name, json(Utf8(value)));
 }
@@ -224,26 +236,30 @@ bool CFileSettingsKey::WriteString(const char16_t* name, const char16_t* value, 
 bool CFileSettingsKey::DeleteValue(const char16_t* name)
 {
     const std::string valueName = Utf8(name);
-    return file.Update([&](json& document) {
-        if (FindMember(document, Branch()) == nullptr)
-            return false;
-        json& branch = document[Branch()];
-        const auto key = branch.find(keyPath);
-        if (key == branch.end() || key->erase(valueName) == 0)
-            return false;
-        if (key->empty())
-            branch.erase(key);
-        return true;
-    });
+    return file.Update(
+        [&](json& document)
+        {
+            if (FindMember(document, Branch()) == nullptr)
+                return false;
+            json& branch = document[Branch()];
+            const auto key = branch.find(keyPath);
+            if (key == branch.end() || key->erase(valueName) == 0)
+                return false;
+            if (key->empty())
+                branch.erase(key);
+            return true;
+        });
 }
 
 bool CFileSettingsKey::DeleteAllValues()
 {
-    return file.Update([&](json& document) {
-        if (FindMember(document, Branch()) == nullptr)
-            return false;
-        return document[Branch()].erase(keyPath) != 0;
-    });
+    return file.Update(
+        [&](json& document)
+        {
+            if (FindMember(document, Branch()) == nullptr)
+                return false;
+            return document[Branch()].erase(keyPath) != 0;
+        });
 }
 
 bool CFileSettingsKey::DeleteSubkey(const char16_t* name, int32_t)
@@ -253,20 +269,22 @@ bool CFileSettingsKey::DeleteSubkey(const char16_t* name, int32_t)
         return false;  // never the key itself
     const std::string target = keyPath.empty() ? sub : keyPath + "\\" + sub;
     const std::string below = target + "\\";
-    return file.Update([&](json& document) {
-        if (FindMember(document, Branch()) == nullptr)
-            return false;
-        json& branch = document[Branch()];
-        std::vector<std::string> doomed;
-        for (const auto& key : branch.items())
+    return file.Update(
+        [&](json& document)
         {
-            if (key.key() == target || key.key().starts_with(below))
-                doomed.push_back(key.key());
-        }
-        for (const std::string& path : doomed)
-            branch.erase(path);
-        return !doomed.empty();
-    });
+            if (FindMember(document, Branch()) == nullptr)
+                return false;
+            json& branch = document[Branch()];
+            std::vector<std::string> doomed;
+            for (const auto& key : branch.items())
+            {
+                if (key.key() == target || key.key().starts_with(below))
+                    doomed.push_back(key.key());
+            }
+            for (const std::string& path : doomed)
+                branch.erase(path);
+            return !doomed.empty();
+        });
 }
 
 bool CFileSettingsKey::EnumValueName(int32_t index, QVSystemString* name)
@@ -304,7 +322,8 @@ std::vector<std::string> CFileSettingsKey::SubkeyNames() const
         const std::string& path = key.key();
         if (path.size() <= prefix.size() || !path.starts_with(prefix))
             continue;
-        const std::string rest = NormalizeSettingsPath(std::string_view(path).substr(prefix.size()), false);
+        const std::string rest =
+            NormalizeSettingsPath(std::string_view(path).substr(prefix.size()), false);
         if (!rest.empty())
             names.insert(rest.substr(0, rest.find('\\')));
     }

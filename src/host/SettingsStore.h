@@ -35,13 +35,17 @@ class CFileSettingsKey : public IQVSettingsKey
 public:
     CFileSettingsKey(std::string filePath, std::string keyPath, bool systemScope);
 
-    bool ReadBinary(const char16_t* name, IQVDllBuffer* buffer, int32_t zone, int32_t reserved = 0) override;
-    int32_t ReadInt(const char16_t* name, int32_t defaultValue, int32_t zone, int32_t reserved = 0) override;
-    void ReadString(QVSystemString* result, const char16_t* name, const char16_t* defaultValue, int32_t zone,
-                    const char16_t* fallback = nullptr, int32_t reserved = 0) override;
-    bool WriteBinary(const char16_t* name, const void* data, int32_t byteCount, int32_t reserved1 = 0,
-                     int32_t reserved2 = 0) override;
-    bool WriteInt(const char16_t* name, int32_t value, int32_t reserved1 = 0, int32_t reserved2 = 0) override;
+    bool ReadBinary(const char16_t* name, IQVDllBuffer* buffer, int32_t zone,
+                    int32_t reserved = 0) override;
+    int32_t ReadInt(const char16_t* name, int32_t defaultValue, int32_t zone,
+                    int32_t reserved = 0) override;
+    void ReadString(QVSystemString* result, const char16_t* name, const char16_t* defaultValue,
+                    int32_t zone, const char16_t* fallback = nullptr,
+                    int32_t reserved = 0) override;
+    bool WriteBinary(const char16_t* name, const void* data, int32_t byteCount,
+                     int32_t reserved1 = 0, int32_t reserved2 = 0) override;
+    bool WriteInt(const char16_t* name, int32_t value, int32_t reserved1 = 0,
+                  int32_t reserved2 = 0) override;
     bool WriteString(const char16_t* name, const char16_t* value, int32_t reserved1 = 0,
                      const char16_t* reserved2 = nullptr, int32_t reserved3 = 0) override;
     bool DeleteValue(const char16_t* name) override;

@@ -9,26 +9,28 @@
 
 class CVolumeLevelingDSPPlugin;
 
-class CVolumeLevelingDlg : public QVTextPanelModel {
- public:
-  explicit CVolumeLevelingDlg(CVolumeLevelingDSPPlugin* plugin);
+class CVolumeLevelingDlg : public QVTextPanelModel
+{
+public:
+    explicit CVolumeLevelingDlg(CVolumeLevelingDSPPlugin* plugin);
 };
 
-class CVolumeLevelingDSPPlugin : public QVDSPBase {
- public:
-  CVolumeLevelingDSPPlugin(IQVDSPHost* host, int32_t zone);
-  ~CVolumeLevelingDSPPlugin() override;
+class CVolumeLevelingDSPPlugin : public QVDSPBase
+{
+public:
+    CVolumeLevelingDSPPlugin(IQVDSPHost* host, int32_t zone);
+    ~CVolumeLevelingDSPPlugin() override;
 
-  int32_t Flush() override;
-  int32_t SetFormat(const CAudioFormat& format) override;
-  int64_t Command(int32_t kind, void* arg, uint64_t* out) override;
-  int32_t ProcessBlock(double* samples, int32_t frames, IQVDSPSink* sink) override;
-  QVString GetName() override;
+    int32_t Flush() override;
+    int32_t SetFormat(const CAudioFormat& format) override;
+    int64_t Command(int32_t kind, void* arg, uint64_t* out) override;
+    int32_t ProcessBlock(double* samples, int32_t frames, IQVDSPSink* sink) override;
+    QVString GetName() override;
 
-  CVolumeLevelingDlg* GetPanel() const { return panel.get(); }
+    CVolumeLevelingDlg* GetPanel() const { return panel.get(); }
 
-  CAudioFormat format;
+    CAudioFormat format;
 
- private:
-  std::unique_ptr<CVolumeLevelingDlg> panel;
+private:
+    std::unique_ptr<CVolumeLevelingDlg> panel;
 };

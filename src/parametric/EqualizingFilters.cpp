@@ -25,7 +25,6 @@ int32_t PassKindBySlope(double slope, int32_t kind6)
     return kind6;
 }
 
-
 // One direct-form section, the shape of peak, shelf and all-pass: the state
 // stays in registers for the whole block instead of going through memory at
 // every sample. The arithmetic is CIIRFilter::Process's, term for term.
@@ -41,8 +40,8 @@ struct SectionRegisters
 
     explicit SectionRegisters(const CIIRFilter& filter)
         : b0(filter.coefficients[0]), b1(filter.coefficients[1]), b2(filter.coefficients[2]),
-          a1(filter.coefficients[3]), a2(filter.coefficients[4]), p1(filter.state[0]), p2(filter.state[1]),
-          q1(filter.state[2]), q2(filter.state[3])
+          a1(filter.coefficients[3]), a2(filter.coefficients[4]), p1(filter.state[0]),
+          p2(filter.state[1]), q1(filter.state[2]), q2(filter.state[3])
     {
     }
     [[gnu::always_inline]] inline double Step(double x)
@@ -65,7 +64,8 @@ struct SectionRegisters
     }
 };
 
-void ProcessSingleSectionPair(CIIRFilter& first, CIIRFilter& second, const ChannelSpan* spans, int32_t frames)
+void ProcessSingleSectionPair(CIIRFilter& first, CIIRFilter& second, const ChannelSpan* spans,
+                              int32_t frames)
 {
     SectionRegisters a(first);
     SectionRegisters b(second);
@@ -145,7 +145,8 @@ QVString CParametricIIRFilter::GetDescription() const
     case PARAMETRIC_LOWSHELF:
     case PARAMETRIC_HIGHSHELF:
         text = TranslateText(type == PARAMETRIC_LOWSHELF ? u"Low-shelf" : u"High-shelf");
-        text += FormatText(" %s %s %lld Hz", GainText(gain).ToUTF8().c_str(), at.ToUTF8().c_str(), hz);
+        text +=
+            FormatText(" %s %s %lld Hz", GainText(gain).ToUTF8().c_str(), at.ToUTF8().c_str(), hz);
         break;
     default: return CParametricFilter::GetDescription();
     }
@@ -162,7 +163,8 @@ CIIRFilter* CParametricIIRFilter::FilterFor(int32_t channelId)
     return slot.get();
 }
 
-void CParametricIIRFilter::ProcessChannel(CIIRFilter* filter, const ChannelSpan& span, int32_t frames)
+void CParametricIIRFilter::ProcessChannel(CIIRFilter* filter, const ChannelSpan& span,
+                                          int32_t frames)
 {
     double* sample = span.base;
     for (int32_t k = 0; k < frames; ++k, sample += span.stride)
@@ -184,7 +186,8 @@ bool CParametricIIRFilter::MayRunAsPair() const
            GetDesignKind() >= 0 && !(type == PARAMETRIC_PEAK && gain == 0.0);
 }
 
-int32_t CParametricIIRFilter::PrepareBlock(double* samples, int32_t frames, const CAudioFormat* format,
+int32_t CParametricIIRFilter::PrepareBlock(double* samples, int32_t frames,
+                                           const CAudioFormat* format,
                                            UserChannelBuffer* userChannels, CIIRFilter** active,
                                            ChannelSpan* spans)
 {
@@ -195,7 +198,8 @@ int32_t CParametricIIRFilter::PrepareBlock(double* samples, int32_t frames, cons
         return 0;
     if (type == PARAMETRIC_PEAK && gain == 0.0)
         return 0;  // a flat peak costs nothing and keeps no history
-    const double designGain = (type == PARAMETRIC_LOWPASS || type == PARAMETRIC_HIGHPASS) ? 0.0 : gain;
+    const double designGain =
+        (type == PARAMETRIC_LOWPASS || type == PARAMETRIC_HIGHPASS) ? 0.0 : gain;
     const QVString file = allChannels ? QVString() : customFile;
     const double rate = static_cast<double>(format->sampleRate);
 
@@ -205,7 +209,8 @@ int32_t CParametricIIRFilter::PrepareBlock(double* samples, int32_t frames, cons
     // its one CIIRFilter would then see the block twice in a row, so such a
     // list runs channel after channel.
     const int32_t listed = allChannels ? format->channels : static_cast<int32_t>(channels.size());
-    auto idAt = [&](int32_t i) {
+    auto idAt = [&](int32_t i)
+    {
         return allChannels ? static_cast<int32_t>(format->channelTable[i].position)
                            : channels[static_cast<size_t>(i)];
     };
@@ -237,7 +242,6 @@ int32_t CParametricIIRFilter::PrepareBlock(double* samples, int32_t frames, cons
     }
     return count;
 }
-
 
 void CParametricIIRFilter::ProcessInterleaved(CIIRFilter* const* filters, const ChannelSpan* spans,
                                               int32_t count, int32_t frames)
@@ -333,11 +337,13 @@ void CParametricIIRFilter::BuildPanel(CFilterPanel& target)
     target.Add(CONTROL_FREQUENCY, FILTER_CONTROL_NUMBER, u"Frequency:", u"Hz");
     CFilterControl& slopeList = target.Add(CONTROL_SLOPE, FILTER_CONTROL_CHOICE, u"Slope:");
     for (int32_t value : {6, 12, 24, 36, 48})
-        slopeList.choices.push_back({FormatText("%d ", value) + TranslateText(u"dB/octave"), value});
+        slopeList.choices.push_back(
+            {FormatText("%d ", value) + TranslateText(u"dB/octave"), value});
     slopeList.visible = passFilter;
     target.Add(CONTROL_Q, FILTER_CONTROL_NUMBER, u"Bandwidth (Q):").visible = ShowsQ();
     target.Add(CONTROL_GAIN, FILTER_CONTROL_NUMBER, u"Gain:", u"dB").visible = ShowsGain();
-    target.AddChannelChoices(target.Add(CONTROL_CHANNELS, FILTER_CONTROL_MULTI_CHOICE, u"Channels:"));
+    target.AddChannelChoices(
+        target.Add(CONTROL_CHANNELS, FILTER_CONTROL_MULTI_CHOICE, u"Channels:"));
 }
 
 void CParametricIIRFilter::UpdatePanelFromValues()
@@ -366,7 +372,8 @@ void CParametricIIRFilter::UpdateValuesFromPanel()
             q = SHELF_MAX_Q;
             panel->SetNumber(CONTROL_Q, q);
             // Shown from a one-shot timer, not from within the read.
-            panel->ShowMessageLater(u"Information", u"Q values greater than 5.0 won't be honored.", 1);
+            panel->ShowMessageLater(u"Information", u"Q values greater than 5.0 won't be honored.",
+                                    1);
         }
     }
     if (ShowsGain())

@@ -50,8 +50,9 @@ public:
     // runs with the sections staggered by a sample, so that several recursions
     // are in flight at once. The result is the same, bit for bit, as running
     // each filter's Process in turn. Answers how many filters it ran (at least 1).
-    static int32_t ProcessRun(const std::unique_ptr<CParametricFilter>* filters, int32_t count, double* samples,
-                              int32_t frames, const CAudioFormat* format, UserChannelBuffer* userChannels);
+    static int32_t ProcessRun(const std::unique_ptr<CParametricFilter>* filters, int32_t count,
+                              double* samples, int32_t frames, const CAudioFormat* format,
+                              UserChannelBuffer* userChannels);
 
     double frequency = 1000.0;
     double slope = 12.0;  // dB/octave, low-pass and high-pass only
@@ -78,8 +79,8 @@ private:
     int32_t PrepareBlock(double* samples, int32_t frames, const CAudioFormat* format,
                          UserChannelBuffer* userChannels, CIIRFilter** active, ChannelSpan* spans);
     static void ProcessChannel(CIIRFilter* filter, const ChannelSpan& span, int32_t frames);
-    static void ProcessInterleaved(CIIRFilter* const* filters, const ChannelSpan* spans, int32_t count,
-                                   int32_t frames);
+    static void ProcessInterleaved(CIIRFilter* const* filters, const ChannelSpan* spans,
+                                   int32_t count, int32_t frames);
 };
 
 // Type 17: a second-order all-pass at `frequency` with `q`.

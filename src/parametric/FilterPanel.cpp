@@ -45,7 +45,8 @@ void CFilterPanel::AddChannelChoices(CFilterControl& control) const
     // Channel 10 (rear centre) is left out on purpose; numbered channels follow
     // as far as the player is set up for more than eight.
     const int32_t extra = std::max(8, playerChannels) - 8;
-    for (int32_t i = 0; i < extra && CAudioFormat::FirstNumbered + i <= CAudioFormat::LastNumbered; ++i)
+    for (int32_t i = 0; i < extra && CAudioFormat::FirstNumbered + i <= CAudioFormat::LastNumbered;
+         ++i)
         add(CAudioFormat::FirstNumbered + i);
 }
 

@@ -36,10 +36,10 @@ struct CFilterControl
     QVString label;
     QVString unit;
     bool visible = true;
-    QVString text;                      // edits
-    bool checked = false;               // check box
-    std::vector<CFilterChoice> choices; // lists
-    std::vector<int32_t> selection;     // chosen values; the order list keeps its order here
+    QVString text;                       // edits
+    bool checked = false;                // check box
+    std::vector<CFilterChoice> choices;  // lists
+    std::vector<int32_t> selection;      // chosen values; the order list keeps its order here
 };
 
 // A message that the panel shows later, from its own one-shot timer.

@@ -40,9 +40,10 @@ CParametricLimiterFilter::CParametricLimiterFilter() : CParametricFilter(PARAMET
 
 QVString CParametricLimiterFilter::GetDescription() const
 {
-    QVString text = mode == MODE_BRICK_WALL
-                        ? QVString::Format(TranslateText(u"Brick wall limiter at %s").c_str(), GainText(level))
-                        : TranslateText(u"Adaptive Limiter");
+    QVString text =
+        mode == MODE_BRICK_WALL
+            ? QVString::Format(TranslateText(u"Brick wall limiter at %s").c_str(), GainText(level))
+            : TranslateText(u"Adaptive Limiter");
     return text + ChannelsSuffix(channels);
 }
 
@@ -57,7 +58,8 @@ void CParametricLimiterFilter::Process(double* samples, int32_t frames, const CA
         ProcessAdaptive(samples, frames, *format);
 }
 
-void CParametricLimiterFilter::ProcessBrickWall(double* samples, int32_t frames, const CAudioFormat& format,
+void CParametricLimiterFilter::ProcessBrickWall(double* samples, int32_t frames,
+                                                const CAudioFormat& format,
                                                 UserChannelBuffer* userChannels) const
 {
     const double limit = FactorFromDb(level);
@@ -90,7 +92,8 @@ void CParametricLimiterFilter::PrepareAdaptive(const CAudioFormat& format)
     prepared = true;
 }
 
-void CParametricLimiterFilter::ProcessAdaptive(double* samples, int32_t frames, const CAudioFormat& format)
+void CParametricLimiterFilter::ProcessAdaptive(double* samples, int32_t frames,
+                                               const CAudioFormat& format)
 {
     // The rate in force at the first block after an edit stays until the next
     // edit or reload.
@@ -155,7 +158,8 @@ void CParametricLimiterFilter::BuildPanel(CFilterPanel& target)
     target.Add(CONTROL_ATTACK, FILTER_CONTROL_NUMBER, u"Attack:", u"\u00B5s");
     target.Add(CONTROL_HOLD, FILTER_CONTROL_NUMBER, u"Hold:", u"ms");
     target.Add(CONTROL_RELEASE, FILTER_CONTROL_NUMBER, u"Release:", u"ms for 10dB");
-    target.AddChannelChoices(target.Add(CONTROL_CHANNELS, FILTER_CONTROL_MULTI_CHOICE, u"Channels:"));
+    target.AddChannelChoices(
+        target.Add(CONTROL_CHANNELS, FILTER_CONTROL_MULTI_CHOICE, u"Channels:"));
 }
 
 void CParametricLimiterFilter::ShowModeControls()
@@ -255,8 +259,8 @@ void CParametricSubwooferLimiterFilter::Prepare(const CAudioFormat& format)
 {
     limiter.levelDb = std::max(level, LEVEL_FLOOR_DB);
     limiter.limit = FactorFromDb(level);
-    limiter.split.Design(IIR_LOWPASS_24, static_cast<double>(format.sampleRate), SPLIT_FREQUENCY_HZ, 0.0,
-                         BUTTERWORTH_Q, true, QVString());
+    limiter.split.Design(IIR_LOWPASS_24, static_cast<double>(format.sampleRate), SPLIT_FREQUENCY_HZ,
+                         0.0, BUTTERWORTH_Q, true, QVString());
     limiter.active = false;
     const double step = 10.0 / static_cast<double>(CountedSamples(format, RECOVERY_MS));
     limiter.lowStep = step;
@@ -268,8 +272,8 @@ void CParametricSubwooferLimiterFilter::Prepare(const CAudioFormat& format)
     prepared = true;
 }
 
-void CParametricSubwooferLimiterFilter::Process(double* samples, int32_t frames, const CAudioFormat* format,
-                                                UserChannelBuffer*)
+void CParametricSubwooferLimiterFilter::Process(double* samples, int32_t frames,
+                                                const CAudioFormat* format, UserChannelBuffer*)
 {
     if (!enabled || format == nullptr)
         return;
@@ -309,7 +313,8 @@ void CParametricSubwooferLimiterFilter::UpdatePanelFromValues()
 {
     if (panel == nullptr)
         return;
-    panel->SetChoice(CONTROL_CHANNEL, channels.empty() ? CAudioFormat::Subwoofer : channels.front());
+    panel->SetChoice(CONTROL_CHANNEL,
+                     channels.empty() ? CAudioFormat::Subwoofer : channels.front());
     panel->SetNumber(CONTROL_LIMIT, level);
 }
 

@@ -21,7 +21,8 @@ public:
     static constexpr int64_t SAVE_DELAY_MS = 750;
     static constexpr const char16_t* FILTERS_HEADING = u"Filters";
     static constexpr const char16_t* DETAILS_HEADING = u"Details for filter selected above";
-    static constexpr const char16_t* REMOVE_QUESTION = u"Are you sure you want to remove the selected filter?";
+    static constexpr const char16_t* REMOVE_QUESTION =
+        u"Are you sure you want to remove the selected filter?";
     static constexpr const char16_t* REMOVE_TITLE = u"Confirm Remove";
 
     explicit CParametricEqualizerDlg(CParametricEqualizerDSPPlugin& plugin);

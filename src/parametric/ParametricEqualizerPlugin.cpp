@@ -106,8 +106,8 @@ CParametricFilter* CParametricFilterList::GetAt(int32_t row)
 // ---------------------------------------------------------------------------
 // The plug-in
 
-CParametricEqualizerDSPPlugin::CParametricEqualizerDSPPlugin(IQVDSPHost* pluginHost, int32_t pluginZone,
-                                                             int32_t instance)
+CParametricEqualizerDSPPlugin::CParametricEqualizerDSPPlugin(IQVDSPHost* pluginHost,
+                                                             int32_t pluginZone, int32_t instance)
     : QVDSPBase(pluginHost, pluginZone), filterList(pluginZone, instance)
 {
     filterList.Load();
@@ -157,15 +157,16 @@ int64_t CParametricEqualizerDSPPlugin::Command(int32_t kind, void* arg, uint64_t
     }
 }
 
-int32_t CParametricEqualizerDSPPlugin::ProcessBlock(double* samples, int32_t frames, IQVDSPSink* sink)
+int32_t CParametricEqualizerDSPPlugin::ProcessBlock(double* samples, int32_t frames,
+                                                    IQVDSPSink* sink)
 {
     {
         std::lock_guard<std::recursive_mutex> guard(filterList.lock);
         const auto* filters = filterList.filters.data();
         const auto count = static_cast<int32_t>(filterList.filters.size());
         for (int32_t done = 0; done < count;)
-            done += CParametricIIRFilter::ProcessRun(filters + done, count - done, samples, frames, &format,
-                                                     &userChannels);
+            done += CParametricIIRFilter::ProcessRun(filters + done, count - done, samples, frames,
+                                                     &format, &userChannels);
     }
     // Outside the lock, so that a panel edit never waits for the next stage.
     if (sink != nullptr)

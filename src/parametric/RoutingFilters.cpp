@@ -87,7 +87,8 @@ void CParametricVolumeFilter::Serialize(bool load, QVPropertyMap& map)
 
 void CParametricVolumeFilter::BuildPanel(CFilterPanel& target)
 {
-    target.Add(CONTROL_GAIN, FILTER_CONTROL_NUMBER, u"Gain:", u"dB").visible = type != PARAMETRIC_MUTE;
+    target.Add(CONTROL_GAIN, FILTER_CONTROL_NUMBER, u"Gain:", u"dB").visible =
+        type != PARAMETRIC_MUTE;
     AddChannelsControl(target, CONTROL_CHANNELS);
 }
 
@@ -111,7 +112,10 @@ void CParametricVolumeFilter::UpdateValuesFromPanel()
 // ---------------------------------------------------------------------------
 // Channel mixer
 
-CParametricChannelMixerFilter::CParametricChannelMixerFilter() : CParametricFilter(PARAMETRIC_CHANNEL_MIXER) {}
+CParametricChannelMixerFilter::CParametricChannelMixerFilter()
+    : CParametricFilter(PARAMETRIC_CHANNEL_MIXER)
+{
+}
 
 QVString CParametricChannelMixerFilter::GetDescription() const
 {
@@ -134,7 +138,8 @@ QVString CParametricChannelMixerFilter::GetDescription() const
     return text;
 }
 
-void CParametricChannelMixerFilter::Process(double* samples, int32_t frames, const CAudioFormat* format,
+void CParametricChannelMixerFilter::Process(double* samples, int32_t frames,
+                                            const CAudioFormat* format,
                                             UserChannelBuffer* userChannels)
 {
     if (!enabled || format == nullptr)
@@ -194,11 +199,13 @@ void CParametricChannelMixerFilter::Serialize(bool load, QVPropertyMap& map)
 void CParametricChannelMixerFilter::BuildPanel(CFilterPanel& target)
 {
     target.AddChannelChoices(target.Add(CONTROL_SOURCE, FILTER_CONTROL_CHOICE, u"Source:"));
-    target.AddChannelChoices(target.Add(CONTROL_DESTINATION, FILTER_CONTROL_CHOICE, u"Destination:"));
+    target.AddChannelChoices(
+        target.Add(CONTROL_DESTINATION, FILTER_CONTROL_CHOICE, u"Destination:"));
     CFilterControl& modes = target.Add(CONTROL_MODE, FILTER_CONTROL_CHOICE, u"Mode:");
     modes.choices = {
         {TranslateText(u"Copy (replace destination with source)"), CHANNELMIX_COPY},
-        {TranslateText(u"Move (replace destination with source and empty source)"), CHANNELMIX_MOVE},
+        {TranslateText(u"Move (replace destination with source and empty source)"),
+         CHANNELMIX_MOVE},
         {TranslateText(u"Swap (swap source and destination)"), CHANNELMIX_SWAP},
         {TranslateText(u"Add (add source to destination)"), CHANNELMIX_ADD},
         {TranslateText(u"Subtract (subtract source from destination)"), CHANNELMIX_SUBTRACT},
@@ -236,8 +243,9 @@ CParametricChannelOrderFilter::CParametricChannelOrderFilter()
 
 ChannelList CParametricChannelOrderFilter::DefaultOrder()
 {
-    return {CAudioFormat::Left,     CAudioFormat::Right,     CAudioFormat::Center,       CAudioFormat::Subwoofer,
-            CAudioFormat::RearLeft, CAudioFormat::RearRight, CAudioFormat::SurroundLeft, CAudioFormat::SurroundRight};
+    return {CAudioFormat::Left,         CAudioFormat::Right,        CAudioFormat::Center,
+            CAudioFormat::Subwoofer,    CAudioFormat::RearLeft,     CAudioFormat::RearRight,
+            CAudioFormat::SurroundLeft, CAudioFormat::SurroundRight};
 }
 
 void CParametricChannelOrderFilter::ResetOrder()
@@ -252,8 +260,8 @@ QVString CParametricChannelOrderFilter::GetDescription() const
     return TranslateText(u"Order channels");
 }
 
-void CParametricChannelOrderFilter::Process(double* samples, int32_t frames, const CAudioFormat* format,
-                                            UserChannelBuffer*)
+void CParametricChannelOrderFilter::Process(double* samples, int32_t frames,
+                                            const CAudioFormat* format, UserChannelBuffer*)
 {
     if (!enabled || format == nullptr)
         return;
@@ -459,7 +467,8 @@ bool FindStereoPair(const CAudioFormat& format, int32_t& left, int32_t& right)
 // One pass over the block, handing each frame's left and right sample to
 // `mix`, which rewrites the pair in place from their old values.
 template <typename Mix>
-void MixStereoPair(double* samples, int32_t frames, int32_t stride, int32_t left, int32_t right, Mix mix)
+void MixStereoPair(double* samples, int32_t frames, int32_t stride, int32_t left, int32_t right,
+                   Mix mix)
 {
     for (int32_t f = 0; f < frames; ++f)
     {
@@ -469,7 +478,9 @@ void MixStereoPair(double* samples, int32_t frames, int32_t stride, int32_t left
 }
 }  // namespace
 
-CParametricMidSideFilter::CParametricMidSideFilter() : CParametricFilter(PARAMETRIC_MIDSIDE_ENCODE) {}
+CParametricMidSideFilter::CParametricMidSideFilter() : CParametricFilter(PARAMETRIC_MIDSIDE_ENCODE)
+{
+}
 
 QVString CParametricMidSideFilter::GetDescription() const
 {
@@ -483,22 +494,27 @@ void CParametricMidSideFilter::Process(double* samples, int32_t frames, const CA
     int32_t right = 0;
     if (!enabled || format == nullptr || !FindStereoPair(*format, left, right))
         return;
-    MixStereoPair(samples, frames, format->channels, left, right, [](double& l, double& r) {
-        const double oldLeft = l;
-        l = (l + r) * 0.5;
-        r = r - oldLeft;
-    });
+    MixStereoPair(samples, frames, format->channels, left, right,
+                  [](double& l, double& r)
+                  {
+                      const double oldLeft = l;
+                      l = (l + r) * 0.5;
+                      r = r - oldLeft;
+                  });
 }
 
-CParametricUnMidSideFilter::CParametricUnMidSideFilter() : CParametricFilter(PARAMETRIC_MIDSIDE_DECODE) {}
+CParametricUnMidSideFilter::CParametricUnMidSideFilter()
+    : CParametricFilter(PARAMETRIC_MIDSIDE_DECODE)
+{
+}
 
 QVString CParametricUnMidSideFilter::GetDescription() const
 {
     return TranslateText(u"Mid-side Decoding");
 }
 
-void CParametricUnMidSideFilter::Process(double* samples, int32_t frames, const CAudioFormat* format,
-                                         UserChannelBuffer*)
+void CParametricUnMidSideFilter::Process(double* samples, int32_t frames,
+                                         const CAudioFormat* format, UserChannelBuffer*)
 {
     int32_t left = 0;
     int32_t right = 0;
@@ -509,11 +525,13 @@ void CParametricUnMidSideFilter::Process(double* samples, int32_t frames, const 
     const int32_t stride = format->channels;
     for (int32_t pass = 0; pass < stride; ++pass)
     {
-        MixStereoPair(samples, frames, stride, left, right, [](double& m, double& s) {
-            const double oldMid = m;
-            m = m - s * 0.5;
-            s = oldMid + s * 0.5;
-        });
+        MixStereoPair(samples, frames, stride, left, right,
+                      [](double& m, double& s)
+                      {
+                          const double oldMid = m;
+                          m = m - s * 0.5;
+                          s = oldMid + s * 0.5;
+                      });
     }
 }
 

@@ -105,7 +105,10 @@ struct AdjacentSpans
     double* left;
     ptrdiff_t stride;
 
-    [[gnu::always_inline]] inline __m128d Load(int32_t frame) const { return _mm_loadu_pd(left + frame * stride); }
+    [[gnu::always_inline]] inline __m128d Load(int32_t frame) const
+    {
+        return _mm_loadu_pd(left + frame * stride);
+    }
     [[gnu::always_inline]] inline void Store(int32_t frame, __m128d value) const
     {
         _mm_storeu_pd(left + frame * stride, value);
@@ -179,7 +182,9 @@ void RunSections(const SectionPair* pairs, int32_t count, const ChannelSpan* spa
     if (spans[1].base == spans[0].base + 1 && spans[1].stride == spans[0].stride)
         RunGroups(pairs, count, AdjacentSpans{spans[0].base, spans[0].stride}, frames);
     else
-        RunGroups(pairs, count, StereoSpans{spans[0].base, spans[1].base, spans[0].stride, spans[1].stride}, frames);
+        RunGroups(pairs, count,
+                  StereoSpans{spans[0].base, spans[1].base, spans[0].stride, spans[1].stride},
+                  frames);
 }
 
 bool SameSpans(const ChannelSpan* a, const ChannelSpan* b)
@@ -191,12 +196,14 @@ bool SameSpans(const ChannelSpan* a, const ChannelSpan* b)
 bool IsSingleDirectPair(CIIRFilter* const* active, const ChannelSpan* spans, int32_t count)
 {
     return count == 2 && spans[0].base != spans[1].base && !active[0]->analogPrototype &&
-           active[0]->sectionCount == 1 && !active[1]->analogPrototype && active[1]->sectionCount == 1;
+           active[0]->sectionCount == 1 && !active[1]->analogPrototype &&
+           active[1]->sectionCount == 1;
 }
 }  // namespace
 
-int32_t CParametricIIRFilter::ProcessRun(const std::unique_ptr<CParametricFilter>* filters, int32_t count,
-                                         double* samples, int32_t frames, const CAudioFormat* format,
+int32_t CParametricIIRFilter::ProcessRun(const std::unique_ptr<CParametricFilter>* filters,
+                                         int32_t count, double* samples, int32_t frames,
+                                         const CAudioFormat* format,
                                          UserChannelBuffer* userChannels)
 {
     SectionPair run[MAX_RUN_SECTIONS];
@@ -211,8 +218,10 @@ int32_t CParametricIIRFilter::ProcessRun(const std::unique_ptr<CParametricFilter
         // Two distinct channel ids: nothing runs alone while the block is prepared.
         CIIRFilter* active[CParametricIIRFilter::MAX_INTERLEAVED];
         ChannelSpan spans[CParametricIIRFilter::MAX_INTERLEAVED];
-        const int32_t ready = filter->PrepareBlock(samples, frames, format, userChannels, active, spans);
-        if (!IsSingleDirectPair(active, spans, ready) || (length > 0 && !SameSpans(spans, runSpans)))
+        const int32_t ready =
+            filter->PrepareBlock(samples, frames, format, userChannels, active, spans);
+        if (!IsSingleDirectPair(active, spans, ready) ||
+            (length > 0 && !SameSpans(spans, runSpans)))
         {
             // This filter runs on its own, after the stretch before it.
             RunSections(run, length, runSpans, frames);

@@ -34,7 +34,8 @@ QVString CParametricLinkwitzTransformFilter::GetDescription() const
     return TranslateText(u"Linkwitz transform") + ChannelsSuffix(channels);
 }
 
-void CParametricLinkwitzTransformFilter::Process(double* samples, int32_t frames, const CAudioFormat* format,
+void CParametricLinkwitzTransformFilter::Process(double* samples, int32_t frames,
+                                                 const CAudioFormat* format,
                                                  UserChannelBuffer* userChannels)
 {
     if (!enabled || format == nullptr)
@@ -53,7 +54,12 @@ void CParametricLinkwitzTransformFilter::Process(double* samples, int32_t frames
     const double g = gn * gn;
     const double d = g + p1 + p2;
     const double coefficients[6] = {
-        1.0, (z1 + z2 + g) / d, 2.0 * (z2 - g) / d, (z2 - z1 + g) / d, 2.0 * (p2 - g) / d, (p2 - p1 + g) / d,
+        1.0,
+        (z1 + z2 + g) / d,
+        2.0 * (z2 - g) / d,
+        (z2 - z1 + g) / d,
+        2.0 * (p2 - g) / d,
+        (p2 - p1 + g) / d,
     };
 
     for (int32_t id : channels)
@@ -117,8 +123,10 @@ void CParametricLinkwitzTransformFilter::BuildPanel(CFilterPanel& target)
     target.Add(CONTROL_QZ, FILTER_CONTROL_NUMBER, u"Qz:");
     target.Add(CONTROL_FP, FILTER_CONTROL_NUMBER, u"Fp:", u"Hz");
     target.Add(CONTROL_QP, FILTER_CONTROL_NUMBER, u"Qp:");
-    target.Add(CONTROL_PREVENT_CLIPPING, FILTER_CONTROL_CHECK, u"Adjust volume of all channels to prevent clipping");
-    target.AddChannelChoices(target.Add(CONTROL_CHANNELS, FILTER_CONTROL_MULTI_CHOICE, u"Channels:"));
+    target.Add(CONTROL_PREVENT_CLIPPING, FILTER_CONTROL_CHECK,
+               u"Adjust volume of all channels to prevent clipping");
+    target.AddChannelChoices(
+        target.Add(CONTROL_CHANNELS, FILTER_CONTROL_MULTI_CHOICE, u"Channels:"));
 }
 
 void CParametricLinkwitzTransformFilter::UpdatePanelFromValues()
@@ -148,7 +156,8 @@ void CParametricLinkwitzTransformFilter::UpdateValuesFromPanel()
 // ---------------------------------------------------------------------------
 // Linkwitz-Riley
 
-CLinkwitzRileyEffect::CLinkwitzRileyEffect(int32_t rate, double cutoff) : sampleRate(rate), frequency(cutoff)
+CLinkwitzRileyEffect::CLinkwitzRileyEffect(int32_t rate, double cutoff)
+    : sampleRate(rate), frequency(cutoff)
 {
     // Two cascaded Butterworth high-pass pairs by the bilinear transform,
     // pre-warped at the cut-off: -6 dB there, 24 dB per octave below.
@@ -178,8 +187,8 @@ CLinkwitzRileyEffect::CLinkwitzRileyEffect(int32_t rate, double cutoff) : sample
 
 double CLinkwitzRileyEffect::Process(double x)
 {
-    const double y = c[0] * x + c[1] * x1 + c[2] * x2 + c[3] * x3 + c[4] * x4 - d[1] * y1 - d[2] * y2 -
-                     d[3] * y3 - d[4] * y4;
+    const double y = c[0] * x + c[1] * x1 + c[2] * x2 + c[3] * x3 + c[4] * x4 - d[1] * y1 -
+                     d[2] * y2 - d[3] * y3 - d[4] * y4;
     x4 = x3;
     x3 = x2;
     x2 = x1;
@@ -200,7 +209,8 @@ QVString CLinkwitzRileyFilter::GetDescription() const
     return TranslateText(u"Linkwitz-Riley Filter");
 }
 
-void CLinkwitzRileyFilter::Process(double* samples, int32_t frames, const CAudioFormat* format, UserChannelBuffer*)
+void CLinkwitzRileyFilter::Process(double* samples, int32_t frames, const CAudioFormat* format,
+                                   UserChannelBuffer*)
 {
     if (!enabled || format == nullptr)
         return;
@@ -211,7 +221,8 @@ void CLinkwitzRileyFilter::Process(double* samples, int32_t frames, const CAudio
     {
         std::unique_ptr<CLinkwitzRileyEffect>& effect = effects[static_cast<size_t>(i)];
         if (!effect)
-            effect = std::make_unique<CLinkwitzRileyEffect>(static_cast<int32_t>(format->sampleRate), frequency);
+            effect = std::make_unique<CLinkwitzRileyEffect>(
+                static_cast<int32_t>(format->sampleRate), frequency);
         double* sample = samples + i;
         for (int32_t k = 0; k < frames; ++k, sample += channelCount)
             *sample = effect->Process(*sample);
@@ -268,8 +279,9 @@ uint32_t NextSeed()
 }  // namespace
 
 CSampleQuantizer::CSampleQuantizer(int32_t bits, bool dither, int32_t ditherMode)
-    : scale(std::ldexp(1.0, bits - 1)), gainScale(1.0 * scale), upperClip(scale - 1.5), lowerClip(0.5 - scale),
-      maxValue(static_cast<int32_t>(scale - 1)), minValue(static_cast<int32_t>(-scale)), ditherOn(dither)
+    : scale(std::ldexp(1.0, bits - 1)), gainScale(1.0 * scale), upperClip(scale - 1.5),
+      lowerClip(0.5 - scale), maxValue(static_cast<int32_t>(scale - 1)),
+      minValue(static_cast<int32_t>(-scale)), ditherOn(dither)
 {
     if (ditherOn)
     {
@@ -324,7 +336,8 @@ QVString CParametricBitdepthSimulatorFilter::GetDescription() const
     return QVString::Format(TranslateText(u"Bitdepth simulator (%dbit)").c_str(), bits);
 }
 
-void CParametricBitdepthSimulatorFilter::Process(double* samples, int32_t frames, const CAudioFormat* format,
+void CParametricBitdepthSimulatorFilter::Process(double* samples, int32_t frames,
+                                                 const CAudioFormat* format,
                                                  UserChannelBuffer* userChannels)
 {
     if (!enabled || format == nullptr)
@@ -335,7 +348,8 @@ void CParametricBitdepthSimulatorFilter::Process(double* samples, int32_t frames
     for (int32_t i = 0; i < format->channels; ++i)
     {
         ChannelSpan span;
-        if (!ResolveChannel(format->channelTable[i].position, samples, frames, *format, userChannels, span))
+        if (!ResolveChannel(format->channelTable[i].position, samples, frames, *format,
+                            userChannels, span))
             continue;
         double* sample = span.base;
         for (int32_t k = 0; k < frames; ++k, sample += span.stride)

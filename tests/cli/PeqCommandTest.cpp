@@ -12,190 +12,217 @@
 using clitest::RunResult;
 using clitest::ScratchFolder;
 
-namespace {
+namespace
+{
 
-class PeqCommandTest : public testing::Test {
- protected:
-  void SetUp() override {
-    // Anything that ignores --settings would land here, and the test would see it.
-    setenv("QVDSP_SETTINGS", (scratch / "wrong.json").c_str(), 1);
-  }
+class PeqCommandTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        // Anything that ignores --settings would land here, and the test would see it.
+        setenv("QVDSP_SETTINGS", (scratch / "wrong.json").c_str(), 1);
+    }
 
-  RunResult Peq(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), "peq");
-    arguments.insert(arguments.end(), {"--settings", settings.string()});
-    return clitest::RunQvdsp(arguments, scratch);
-  }
+    RunResult Peq(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), "peq");
+        arguments.insert(arguments.end(), {"--settings", settings.string()});
+        return clitest::RunQvdsp(arguments, scratch);
+    }
 
-  std::string List() {
-    RunResult result = Peq({"list"});
-    EXPECT_EQ(result.exitCode, 0) << result.err;
-    return result.out;
-  }
+    std::string List()
+    {
+        RunResult result = Peq({"list"});
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        return result.out;
+    }
 
-  ScratchFolder scratch;
-  std::filesystem::path settings = scratch / "settings.json";
+    ScratchFolder scratch;
+    std::filesystem::path settings = scratch / "settings.json";
 };
 
 // Tags nest and close, attribute values are quoted, the text has one root.
-bool IsWellFormedXml(const std::string& text, int* elements) {
-  std::vector<std::string> open;
-  *elements = 0;
-  bool hadRoot = false;
-  for (size_t at = text.find('<'); at != std::string::npos; at = text.find('<', at + 1)) {
-    const size_t end = text.find('>', at);
-    if (end == std::string::npos) return false;
-    const std::string tag = text.substr(at + 1, end - at - 1);
-    if (tag.empty() || tag.front() == '?') continue;
-    if (std::count(tag.begin(), tag.end(), '"') % 2 != 0) return false;
-    if (tag.front() == '/') {
-      if (open.empty() || open.back() != tag.substr(1)) return false;
-      open.pop_back();
-      continue;
+bool IsWellFormedXml(const std::string& text, int* elements)
+{
+    std::vector<std::string> open;
+    *elements = 0;
+    bool hadRoot = false;
+    for (size_t at = text.find('<'); at != std::string::npos; at = text.find('<', at + 1))
+    {
+        const size_t end = text.find('>', at);
+        if (end == std::string::npos)
+            return false;
+        const std::string tag = text.substr(at + 1, end - at - 1);
+        if (tag.empty() || tag.front() == '?')
+            continue;
+        if (std::count(tag.begin(), tag.end(), '"') % 2 != 0)
+            return false;
+        if (tag.front() == '/')
+        {
+            if (open.empty() || open.back() != tag.substr(1))
+                return false;
+            open.pop_back();
+            continue;
+        }
+        if (open.empty() && hadRoot)
+            return false;
+        hadRoot = true;
+        ++*elements;
+        if (tag.back() != '/')
+            open.push_back(tag.substr(0, tag.find_first_of(" \n")));
     }
-    if (open.empty() && hadRoot) return false;
-    hadRoot = true;
-    ++*elements;
-    if (tag.back() != '/') open.push_back(tag.substr(0, tag.find_first_of(" \n")));
-  }
-  return hadRoot && open.empty();
+    return hadRoot && open.empty();
 }
 
-TEST_F(PeqCommandTest, EditsSurviveInTheSettingsFileAndRoundTripThroughExport) {
-  EXPECT_EQ(List(), "(no filters)\n");
-  RunResult result = Peq({"add", "peak", "Frequency=1000", "Gain=-3", "Q=2", "Channels=L;R"});
-  ASSERT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_EQ(result.out, "  1  [x]  -3.0 dB at 1000 Hz (Left,Right)\n");
-  ASSERT_EQ(Peq({"add", "2", "Frequency=30", "--at", "1"}).exitCode, 0);
-  ASSERT_EQ(Peq({"add", "lowshelf", "Frequency=100", "Gain=4,5", "Channels=U1"}).exitCode, 0);
-  EXPECT_EQ(List(),
-            "  1  [x]  High-pass at 30 Hz (Left,Right)\n"
-            "  2  [x]  -3.0 dB at 1000 Hz (Left,Right)\n"
-            "  3  [x]  Low-shelf +4.5 dB at 100 Hz (U1)\n");
+TEST_F(PeqCommandTest, EditsSurviveInTheSettingsFileAndRoundTripThroughExport)
+{
+    EXPECT_EQ(List(), "(no filters)\n");
+    RunResult result = Peq({"add", "peak", "Frequency=1000", "Gain=-3", "Q=2", "Channels=L;R"});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out, "  1  [x]  -3.0 dB at 1000 Hz (Left,Right)\n");
+    ASSERT_EQ(Peq({"add", "2", "Frequency=30", "--at", "1"}).exitCode, 0);
+    ASSERT_EQ(Peq({"add", "lowshelf", "Frequency=100", "Gain=4,5", "Channels=U1"}).exitCode, 0);
+    EXPECT_EQ(List(), "  1  [x]  High-pass at 30 Hz (Left,Right)\n"
+                      "  2  [x]  -3.0 dB at 1000 Hz (Left,Right)\n"
+                      "  3  [x]  Low-shelf +4.5 dB at 100 Hz (U1)\n");
 
-  ASSERT_EQ(Peq({"set", "2", "Gain=-6", "Channels=Right"}).exitCode, 0);
-  ASSERT_EQ(Peq({"disable", "1"}).exitCode, 0);
-  ASSERT_EQ(Peq({"move", "1", "3"}).exitCode, 0);
-  ASSERT_EQ(Peq({"remove", "1"}).exitCode, 0);
-  const std::string edited =
-      "  1  [x]  Low-shelf +4.5 dB at 100 Hz (U1)\n"
-      "  2  [ ]  High-pass at 30 Hz (Left,Right)\n";
-  EXPECT_EQ(List(), edited);
-  EXPECT_NE(clitest::ReadBytes(settings).find("Parametric Equalizer"), std::string::npos);
-  EXPECT_FALSE(std::filesystem::exists(scratch / "wrong.json"));
+    ASSERT_EQ(Peq({"set", "2", "Gain=-6", "Channels=Right"}).exitCode, 0);
+    ASSERT_EQ(Peq({"disable", "1"}).exitCode, 0);
+    ASSERT_EQ(Peq({"move", "1", "3"}).exitCode, 0);
+    ASSERT_EQ(Peq({"remove", "1"}).exitCode, 0);
+    const std::string edited = "  1  [x]  Low-shelf +4.5 dB at 100 Hz (U1)\n"
+                               "  2  [ ]  High-pass at 30 Hz (Left,Right)\n";
+    EXPECT_EQ(List(), edited);
+    EXPECT_NE(clitest::ReadBytes(settings).find("Parametric Equalizer"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(scratch / "wrong.json"));
 
-  // Export, clear, import: the same list and, exported again, the same text.
-  std::filesystem::path exported = scratch / "list.txt";
-  ASSERT_EQ(Peq({"export", exported.string()}).exitCode, 0);
-  const std::string text = clitest::ReadBytes(exported);
-  EXPECT_EQ(text.rfind("(1:1)(1:2)(", 0), 0u) << text;
-  ASSERT_EQ(Peq({"clear"}).exitCode, 0);
-  EXPECT_EQ(List(), "(no filters)\n");
-  ASSERT_EQ(Peq({"import", exported.string()}).exitCode, 0);
-  EXPECT_EQ(List(), edited);
-  ASSERT_EQ(Peq({"enable", "2"}).exitCode, 0);
-  ASSERT_EQ(Peq({"disable", "2"}).exitCode, 0);
-  ASSERT_EQ(Peq({"export", (scratch / "again.txt").string()}).exitCode, 0);
-  EXPECT_EQ(clitest::ReadBytes(scratch / "again.txt"), text);
+    // Export, clear, import: the same list and, exported again, the same text.
+    std::filesystem::path exported = scratch / "list.txt";
+    ASSERT_EQ(Peq({"export", exported.string()}).exitCode, 0);
+    const std::string text = clitest::ReadBytes(exported);
+    EXPECT_EQ(text.rfind("(1:1)(1:2)(", 0), 0u) << text;
+    ASSERT_EQ(Peq({"clear"}).exitCode, 0);
+    EXPECT_EQ(List(), "(no filters)\n");
+    ASSERT_EQ(Peq({"import", exported.string()}).exitCode, 0);
+    EXPECT_EQ(List(), edited);
+    ASSERT_EQ(Peq({"enable", "2"}).exitCode, 0);
+    ASSERT_EQ(Peq({"disable", "2"}).exitCode, 0);
+    ASSERT_EQ(Peq({"export", (scratch / "again.txt").string()}).exitCode, 0);
+    EXPECT_EQ(clitest::ReadBytes(scratch / "again.txt"), text);
 
-  // The second instance keeps a list of its own.
-  result = Peq({"list", "--instance", "2"});
-  EXPECT_EQ(result.out, "(no filters)\n");
+    // The second instance keeps a list of its own.
+    result = Peq({"list", "--instance", "2"});
+    EXPECT_EQ(result.out, "(no filters)\n");
 }
 
-TEST_F(PeqCommandTest, RefusedEditsSayWhatIsAcceptedAndWriteNothing) {
-  ASSERT_EQ(Peq({"add", "peak", "Frequency=1000"}).exitCode, 0);
-  const std::string before = clitest::ReadBytes(settings);
-  std::ofstream(scratch / "junk.txt") << "not a list";
+TEST_F(PeqCommandTest, RefusedEditsSayWhatIsAcceptedAndWriteNothing)
+{
+    ASSERT_EQ(Peq({"add", "peak", "Frequency=1000"}).exitCode, 0);
+    const std::string before = clitest::ReadBytes(settings);
+    std::ofstream(scratch / "junk.txt") << "not a list";
 
-  struct Case {
-    std::vector<std::string> arguments;
-    std::string mentions;
-  };
-  const Case cases[] = {
-      {{"set", "1", "Bogus=1"}, "keys: Enabled, Gain, Frequency, Slope, Q, Channels"},
-      {{"set", "1", "Gain=-3", "Frequency"}, "keys: Enabled, Gain, Frequency, Slope, Q, Channels"},
-      {{"set", "1", "Gain=-3", "Q=wide"}, "value of Q must be a number, not 'wide'"},
-      {{"add", "peak", "Channels=L;Middle"}, "bad channel 'Middle'"},
-      {{"add", "volume", "Type=3"}, "keys: Enabled, Gain, Channels"},
-      {{"add", "flanger"}, "lowpass, lowshelf, mix, ms-decode"},
-      {{"add", "22"}, "use an id from 1 to 21"},
-      {{"set", "2", "Gain=1"}, "no filter 2; the list has 1"},
-      {{"move", "0", "1"}, "no filter 0"},
-      {{"list", "--instance", "3"}, "--instance"},
-      {{"import", (scratch / "junk.txt").string()}, "holds no filter list"},
-      {{"import", (scratch / "absent.txt").string()}, "absent.txt"},
-  };
-  for (const Case& c : cases) {
-    RunResult result = Peq(c.arguments);
-    EXPECT_NE(result.exitCode, 0) << c.arguments[0];
-    EXPECT_NE(result.err.find(c.mentions), std::string::npos) << c.arguments[0] << ": " << result.err;
-    EXPECT_EQ(clitest::ReadBytes(settings), before) << c.arguments[0];
-  }
-  EXPECT_EQ(List(), "  1  [x]  +0.0 dB at 1000 Hz (Left,Right)\n");
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        std::string mentions;
+    };
+    const Case cases[] = {
+        {{"set", "1", "Bogus=1"}, "keys: Enabled, Gain, Frequency, Slope, Q, Channels"},
+        {{"set", "1", "Gain=-3", "Frequency"},
+         "keys: Enabled, Gain, Frequency, Slope, Q, Channels"},
+        {{"set", "1", "Gain=-3", "Q=wide"}, "value of Q must be a number, not 'wide'"},
+        {{"add", "peak", "Channels=L;Middle"}, "bad channel 'Middle'"},
+        {{"add", "volume", "Type=3"}, "keys: Enabled, Gain, Channels"},
+        {{"add", "flanger"}, "lowpass, lowshelf, mix, ms-decode"},
+        {{"add", "22"}, "use an id from 1 to 21"},
+        {{"set", "2", "Gain=1"}, "no filter 2; the list has 1"},
+        {{"move", "0", "1"}, "no filter 0"},
+        {{"list", "--instance", "3"}, "--instance"},
+        {{"import", (scratch / "junk.txt").string()}, "holds no filter list"},
+        {{"import", (scratch / "absent.txt").string()}, "absent.txt"},
+    };
+    for (const Case& c : cases)
+    {
+        RunResult result = Peq(c.arguments);
+        EXPECT_NE(result.exitCode, 0) << c.arguments[0];
+        EXPECT_NE(result.err.find(c.mentions), std::string::npos)
+            << c.arguments[0] << ": " << result.err;
+        EXPECT_EQ(clitest::ReadBytes(settings), before) << c.arguments[0];
+    }
+    EXPECT_EQ(List(), "  1  [x]  +0.0 dB at 1000 Hz (Left,Right)\n");
 }
 
-TEST_F(PeqCommandTest, ImportApoAppendsWhatItCanMapAndNamesTheRest) {
-  ASSERT_EQ(Peq({"add", "highpass", "Frequency=25"}).exitCode, 0);
-  std::ofstream(scratch / "nothing.txt") << "Device: Speakers\nFilter 1: ON BP Fc 100 Hz\n";
-  const std::string before = clitest::ReadBytes(settings);
-  RunResult result = Peq({"import-apo", (scratch / "nothing.txt").string()});
-  EXPECT_EQ(result.exitCode, 1);
-  EXPECT_NE(result.err.find("nothing.txt:2: not imported: Filter 1: ON BP Fc 100 Hz"), std::string::npos) << result.err;
-  EXPECT_NE(result.err.find("holds no filter"), std::string::npos) << result.err;
-  EXPECT_EQ(clitest::ReadBytes(settings), before);
+TEST_F(PeqCommandTest, ImportApoAppendsWhatItCanMapAndNamesTheRest)
+{
+    ASSERT_EQ(Peq({"add", "highpass", "Frequency=25"}).exitCode, 0);
+    std::ofstream(scratch / "nothing.txt") << "Device: Speakers\nFilter 1: ON BP Fc 100 Hz\n";
+    const std::string before = clitest::ReadBytes(settings);
+    RunResult result = Peq({"import-apo", (scratch / "nothing.txt").string()});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find("nothing.txt:2: not imported: Filter 1: ON BP Fc 100 Hz"),
+              std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("holds no filter"), std::string::npos) << result.err;
+    EXPECT_EQ(clitest::ReadBytes(settings), before);
 
-  std::ofstream(scratch / "eq.txt") << "Preamp: -4 dB\nFilter 1: OFF PK Fc 100 Hz Gain -3 dB Q 2\nFilter 2: ON XX\n";
-  result = Peq({"import-apo", (scratch / "eq.txt").string()});
-  ASSERT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_NE(result.err.find("eq.txt:3: not imported: Filter 2: ON XX"), std::string::npos) << result.err;
-  EXPECT_EQ(List(),
-            "  1  [x]  High-pass at 25 Hz (Left,Right)\n"
-            "  2  [x]  -4.0 dB (Left,Right,Center,Sub,SL,SR,RL,RR)\n"
-            "  3  [ ]  -3.0 dB at 100 Hz (Left,Right,Center,Sub,SL,SR,RL,RR)\n");
+    std::ofstream(scratch / "eq.txt")
+        << "Preamp: -4 dB\nFilter 1: OFF PK Fc 100 Hz Gain -3 dB Q 2\nFilter 2: ON XX\n";
+    result = Peq({"import-apo", (scratch / "eq.txt").string()});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.err.find("eq.txt:3: not imported: Filter 2: ON XX"), std::string::npos)
+        << result.err;
+    EXPECT_EQ(List(), "  1  [x]  High-pass at 25 Hz (Left,Right)\n"
+                      "  2  [x]  -4.0 dB (Left,Right,Center,Sub,SL,SR,RL,RR)\n"
+                      "  3  [ ]  -3.0 dB at 100 Hz (Left,Right,Center,Sub,SL,SR,RL,RR)\n");
 }
 
-TEST_F(PeqCommandTest, ResponseMeasuresThePluginPerChannelAndDrawsIt) {
-  RunResult result = Peq({"response"});
-  EXPECT_EQ(result.out, "The list changes no channel of a 2-channel stream.\n");
-  // Four points fall on 20, 200, 2000 and 20000 Hz.
-  ASSERT_EQ(Peq({"add", "peak", "Frequency=2000", "Gain=-6", "Q=1.4", "Channels=R"}).exitCode, 0);
-  ASSERT_EQ(Peq({"add", "highshelf", "Frequency=200", "Gain=9", "Q=0.7", "Channels=C"}).exitCode, 0);
-  std::filesystem::path svg = scratch / "response.svg";
-  result = Peq({"response", "--points", "4", "--rate", "44100", "--svg", svg.string()});
-  ASSERT_EQ(result.exitCode, 0) << result.err;
-  std::istringstream lines(result.out);
-  std::string header;
-  std::getline(lines, header);
-  EXPECT_EQ(header, "       Hz  Right dB");  // the centre channel isn't in a stereo stream
-  const double expected[][2] = {{20, 0}, {200, 0}, {2000, -6}, {20000, 0}};
-  for (const auto& [hz, db] : expected) {
-    double frequency = 0, level = 99;
-    lines >> frequency >> level;
-    EXPECT_NEAR(frequency, hz, 0.05);
-    EXPECT_NEAR(level, db, hz == 2000 ? 0.01 : 0.2) << hz << " Hz";
-  }
+TEST_F(PeqCommandTest, ResponseMeasuresThePluginPerChannelAndDrawsIt)
+{
+    RunResult result = Peq({"response"});
+    EXPECT_EQ(result.out, "The list changes no channel of a 2-channel stream.\n");
+    // Four points fall on 20, 200, 2000 and 20000 Hz.
+    ASSERT_EQ(Peq({"add", "peak", "Frequency=2000", "Gain=-6", "Q=1.4", "Channels=R"}).exitCode, 0);
+    ASSERT_EQ(Peq({"add", "highshelf", "Frequency=200", "Gain=9", "Q=0.7", "Channels=C"}).exitCode,
+              0);
+    std::filesystem::path svg = scratch / "response.svg";
+    result = Peq({"response", "--points", "4", "--rate", "44100", "--svg", svg.string()});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    std::istringstream lines(result.out);
+    std::string header;
+    std::getline(lines, header);
+    EXPECT_EQ(header, "       Hz  Right dB");  // the centre channel isn't in a stereo stream
+    const double expected[][2] = {{20, 0}, {200, 0}, {2000, -6}, {20000, 0}};
+    for (const auto& [hz, db] : expected)
+    {
+        double frequency = 0, level = 99;
+        lines >> frequency >> level;
+        EXPECT_NEAR(frequency, hz, 0.05);
+        EXPECT_NEAR(level, db, hz == 2000 ? 0.01 : 0.2) << hz << " Hz";
+    }
 
-  // Six channels: the shelf shows on C, +9 dB at 20 kHz, well above its corner.
-  result = Peq({"response", "--points", "4", "--channels", "6", "--svg", svg.string()});
-  ASSERT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_EQ(result.out.substr(0, result.out.find('\n')), "       Hz  Right dB Center dB");
-  EXPECT_NEAR(std::atof(result.out.substr(result.out.rfind(' ')).c_str()), 9.0, 0.1) << result.out;
+    // Six channels: the shelf shows on C, +9 dB at 20 kHz, well above its corner.
+    result = Peq({"response", "--points", "4", "--channels", "6", "--svg", svg.string()});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out.substr(0, result.out.find('\n')), "       Hz  Right dB Center dB");
+    EXPECT_NEAR(std::atof(result.out.substr(result.out.rfind(' ')).c_str()), 9.0, 0.1)
+        << result.out;
 
-  const std::string drawing = clitest::ReadBytes(svg);
-  int elements = 0;
-  EXPECT_TRUE(IsWellFormedXml(drawing, &elements)) << drawing;
-  EXPECT_GT(elements, 20);
-  EXPECT_NE(drawing.find("<svg xmlns=\"http://www.w3.org/2000/svg\""), std::string::npos);
-  EXPECT_NE(drawing.find("data-channel=\"Right\""), std::string::npos);
-  EXPECT_NE(drawing.find("data-channel=\"Center\""), std::string::npos);
-  EXPECT_NE(drawing.find(">Frequency (Hz)<"), std::string::npos);
-  EXPECT_NE(drawing.find(">Gain (dB)<"), std::string::npos);
-  EXPECT_NE(drawing.find(">2k<"), std::string::npos);
-  size_t traces = 0;
-  for (size_t at = drawing.find("class=\"trace\""); at != std::string::npos; at = drawing.find("class=\"trace\"", at + 1))
-    ++traces;
-  EXPECT_EQ(traces, 2u);
+    const std::string drawing = clitest::ReadBytes(svg);
+    int elements = 0;
+    EXPECT_TRUE(IsWellFormedXml(drawing, &elements)) << drawing;
+    EXPECT_GT(elements, 20);
+    EXPECT_NE(drawing.find("<svg xmlns=\"http://www.w3.org/2000/svg\""), std::string::npos);
+    EXPECT_NE(drawing.find("data-channel=\"Right\""), std::string::npos);
+    EXPECT_NE(drawing.find("data-channel=\"Center\""), std::string::npos);
+    EXPECT_NE(drawing.find(">Frequency (Hz)<"), std::string::npos);
+    EXPECT_NE(drawing.find(">Gain (dB)<"), std::string::npos);
+    EXPECT_NE(drawing.find(">2k<"), std::string::npos);
+    size_t traces = 0;
+    for (size_t at = drawing.find("class=\"trace\""); at != std::string::npos;
+         at = drawing.find("class=\"trace\"", at + 1))
+        ++traces;
+    EXPECT_EQ(traces, 2u);
 }
 
 }  // namespace

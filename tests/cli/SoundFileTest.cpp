@@ -1,7 +1,7 @@
-#include "cli/SoundFile.h"
+#include "cli/host/SoundFile.h"
 
 #include "TestFiles.h"
-#include "cli/Commands.h"
+#include "cli/commands/Commands.h"
 
 #include <sndfile.h>
 
@@ -11,161 +11,201 @@
 
 using clitest::ScratchFolder;
 
-namespace {
+namespace
+{
 
-int ErrorCodeOf(const std::function<void()>& action, std::string* message = nullptr) {
-  try {
-    action();
-  } catch (const CliError& error) {
-    if (message) *message = error.what();
-    return error.ExitCode();
-  }
-  return CLI_EXIT_DONE;
+int ErrorCodeOf(const std::function<void()>& action, std::string* message = nullptr)
+{
+    try
+    {
+        action();
+    }
+    catch (const CliError& error)
+    {
+        if (message)
+            *message = error.what();
+        return error.ExitCode();
+    }
+    return CLI_EXIT_DONE;
 }
 
-SoundFileLayout Stereo(int format, int rate = 44100) { return {format, rate, 2}; }
+SoundFileLayout Stereo(int format, int rate = 44100)
+{
+    return {format, rate, 2};
+}
 
 }  // namespace
 
-TEST(SoundFileTest, ContainerComesFromTheExtensionInAnyCase) {
-  EXPECT_EQ(ContainerForPath("a/b.wav"), SF_FORMAT_WAV);
-  EXPECT_EQ(ContainerForPath("B.WAV"), SF_FORMAT_WAV);
-  EXPECT_EQ(ContainerForPath("x.flac"), SF_FORMAT_FLAC);
-  EXPECT_EQ(ContainerForPath("x.aif"), SF_FORMAT_AIFF);
-  EXPECT_EQ(ContainerForPath("x.aiff"), SF_FORMAT_AIFF);
-  EXPECT_EQ(ContainerForPath("x.caf"), SF_FORMAT_CAF);
-  EXPECT_EQ(ContainerForPath("x.w64"), SF_FORMAT_W64);
-  EXPECT_EQ(ContainerForPath("x.rf64"), SF_FORMAT_RF64);
-  std::string message;
-  EXPECT_EQ(ErrorCodeOf([] { ContainerForPath("x.xyz"); }, &message), CLI_EXIT_USAGE);
-  EXPECT_NE(message.find("'x.xyz'"), std::string::npos) << message;
-  EXPECT_EQ(ErrorCodeOf([] { ContainerForPath("noextension"); }), CLI_EXIT_USAGE);
+TEST(SoundFileTest, ContainerComesFromTheExtensionInAnyCase)
+{
+    EXPECT_EQ(ContainerForPath("a/b.wav"), SF_FORMAT_WAV);
+    EXPECT_EQ(ContainerForPath("B.WAV"), SF_FORMAT_WAV);
+    EXPECT_EQ(ContainerForPath("x.flac"), SF_FORMAT_FLAC);
+    EXPECT_EQ(ContainerForPath("x.aif"), SF_FORMAT_AIFF);
+    EXPECT_EQ(ContainerForPath("x.aiff"), SF_FORMAT_AIFF);
+    EXPECT_EQ(ContainerForPath("x.caf"), SF_FORMAT_CAF);
+    EXPECT_EQ(ContainerForPath("x.w64"), SF_FORMAT_W64);
+    EXPECT_EQ(ContainerForPath("x.rf64"), SF_FORMAT_RF64);
+    std::string message;
+    EXPECT_EQ(ErrorCodeOf([] { ContainerForPath("x.xyz"); }, &message), CLI_EXIT_USAGE);
+    EXPECT_NE(message.find("'x.xyz'"), std::string::npos) << message;
+    EXPECT_EQ(ErrorCodeOf([] { ContainerForPath("noextension"); }), CLI_EXIT_USAGE);
 }
 
-TEST(SoundFileTest, OutputEncodingFollowsFormatOrInput) {
-  SoundFileLayout pcm16 = Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-  EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Same, pcm16), SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-  EXPECT_EQ(ChooseOutputFormat("o.flac", SampleFormat::Same, pcm16), SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
-  EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Pcm24, pcm16), SF_FORMAT_WAV | SF_FORMAT_PCM_24);
-  EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Pcm32, pcm16), SF_FORMAT_WAV | SF_FORMAT_PCM_32);
-  EXPECT_EQ(ChooseOutputFormat("o.aiff", SampleFormat::Float, pcm16), SF_FORMAT_AIFF | SF_FORMAT_FLOAT);
-  EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Double, pcm16), SF_FORMAT_WAV | SF_FORMAT_DOUBLE);
+TEST(SoundFileTest, OutputEncodingFollowsFormatOrInput)
+{
+    SoundFileLayout pcm16 = Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Same, pcm16),
+              SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    EXPECT_EQ(ChooseOutputFormat("o.flac", SampleFormat::Same, pcm16),
+              SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Pcm24, pcm16),
+              SF_FORMAT_WAV | SF_FORMAT_PCM_24);
+    EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Pcm32, pcm16),
+              SF_FORMAT_WAV | SF_FORMAT_PCM_32);
+    EXPECT_EQ(ChooseOutputFormat("o.aiff", SampleFormat::Float, pcm16),
+              SF_FORMAT_AIFF | SF_FORMAT_FLOAT);
+    EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Double, pcm16),
+              SF_FORMAT_WAV | SF_FORMAT_DOUBLE);
 
-  // A float input into a container without float: the nearest lossless-enough
-  // encoding, with a note saying so.
-  std::string note;
-  EXPECT_EQ(ChooseOutputFormat("o.flac", SampleFormat::Same, Stereo(SF_FORMAT_WAV | SF_FORMAT_FLOAT), &note),
-            SF_FORMAT_FLAC | SF_FORMAT_PCM_24);
-  EXPECT_NE(note.find("FLAC"), std::string::npos) << note;
+    // A float input into a container without float: the nearest lossless-enough
+    // encoding, with a note saying so.
+    std::string note;
+    EXPECT_EQ(ChooseOutputFormat("o.flac", SampleFormat::Same,
+                                 Stereo(SF_FORMAT_WAV | SF_FORMAT_FLOAT), &note),
+              SF_FORMAT_FLAC | SF_FORMAT_PCM_24);
+    EXPECT_NE(note.find("FLAC"), std::string::npos) << note;
 
-  // Asked for explicitly, an encoding the container lacks is bad usage.
-  std::string message;
-  EXPECT_EQ(ErrorCodeOf([&] { ChooseOutputFormat("o.flac", SampleFormat::Double, pcm16); }, &message),
-            CLI_EXIT_USAGE);
-  EXPECT_NE(message.find("double"), std::string::npos) << message;
+    // Asked for explicitly, an encoding the container lacks is bad usage.
+    std::string message;
+    EXPECT_EQ(
+        ErrorCodeOf([&] { ChooseOutputFormat("o.flac", SampleFormat::Double, pcm16); }, &message),
+        CLI_EXIT_USAGE);
+    EXPECT_NE(message.find("double"), std::string::npos) << message;
 }
 
-TEST(SoundFileTest, ReaderNamesTheFileAndTheReason) {
-  ScratchFolder folder;
-  std::string message;
-  EXPECT_EQ(ErrorCodeOf([&] { SoundFileReader reader(folder / "missing.wav"); }, &message), CLI_EXIT_FAILED);
-  EXPECT_NE(message.find("missing.wav"), std::string::npos) << message;
-  EXPECT_NE(message.find("No such file"), std::string::npos) << message;
+TEST(SoundFileTest, ReaderNamesTheFileAndTheReason)
+{
+    ScratchFolder folder;
+    std::string message;
+    EXPECT_EQ(ErrorCodeOf([&] { SoundFileReader reader(folder / "missing.wav"); }, &message),
+              CLI_EXIT_FAILED);
+    EXPECT_NE(message.find("missing.wav"), std::string::npos) << message;
+    EXPECT_NE(message.find("No such file"), std::string::npos) << message;
 
-  std::ofstream(folder / "text.wav") << "this is not audio";
-  EXPECT_EQ(ErrorCodeOf([&] { SoundFileReader reader(folder / "text.wav"); }, &message), CLI_EXIT_FAILED);
-  EXPECT_NE(message.find("text.wav"), std::string::npos) << message;
+    std::ofstream(folder / "text.wav") << "this is not audio";
+    EXPECT_EQ(ErrorCodeOf([&] { SoundFileReader reader(folder / "text.wav"); }, &message),
+              CLI_EXIT_FAILED);
+    EXPECT_NE(message.find("text.wav"), std::string::npos) << message;
 
-  EXPECT_EQ(ErrorCodeOf([&] { SoundFileReader reader(folder.Path()); }, &message), CLI_EXIT_FAILED);
-  EXPECT_NE(message.find("folder"), std::string::npos) << message;
+    EXPECT_EQ(ErrorCodeOf([&] { SoundFileReader reader(folder.Path()); }, &message),
+              CLI_EXIT_FAILED);
+    EXPECT_NE(message.find("folder"), std::string::npos) << message;
 }
 
-TEST(SoundFileTest, WriterTouchesTheTargetOnlyWhenComplete) {
-  ScratchFolder folder;
-  std::filesystem::path target = folder / "out.wav";
-  std::ofstream(target) << "earlier content";
-  std::vector<double> samples = clitest::TestSignal(1000, 2, 0.5, 7);
-  {
-    AtomicSoundFileWriter writer(target, Stereo(SF_FORMAT_WAV | SF_FORMAT_DOUBLE));
-    writer.Write(samples.data(), 1000);
+TEST(SoundFileTest, WriterTouchesTheTargetOnlyWhenComplete)
+{
+    ScratchFolder folder;
+    std::filesystem::path target = folder / "out.wav";
+    std::ofstream(target) << "earlier content";
+    std::vector<double> samples = clitest::TestSignal(1000, 2, 0.5, 7);
+    {
+        AtomicSoundFileWriter writer(target, Stereo(SF_FORMAT_WAV | SF_FORMAT_DOUBLE));
+        writer.Write(samples.data(), 1000);
+        EXPECT_EQ(clitest::ReadBytes(target), "earlier content");
+        EXPECT_EQ(writer.TemporaryPath().parent_path(), folder.Path());
+        // Destroyed without Commit: the target keeps its content, nothing else stays.
+    }
     EXPECT_EQ(clitest::ReadBytes(target), "earlier content");
-    EXPECT_EQ(writer.TemporaryPath().parent_path(), folder.Path());
-    // Destroyed without Commit: the target keeps its content, nothing else stays.
-  }
-  EXPECT_EQ(clitest::ReadBytes(target), "earlier content");
-  EXPECT_EQ(folder.Entries(), std::vector<std::string>{"out.wav"});
+    EXPECT_EQ(folder.Entries(), std::vector<std::string>{"out.wav"});
 
-  {
-    AtomicSoundFileWriter writer(target, Stereo(SF_FORMAT_WAV | SF_FORMAT_DOUBLE));
-    writer.Write(samples.data(), 600);
-    writer.Write(samples.data() + 1200, 400);
-    writer.Commit();
-    EXPECT_EQ(writer.FramesWritten(), 1000);
-  }
-  EXPECT_TRUE(clitest::ReadDoubles(target) == samples);
-  EXPECT_EQ(folder.Entries(), std::vector<std::string>{"out.wav"});
+    {
+        AtomicSoundFileWriter writer(target, Stereo(SF_FORMAT_WAV | SF_FORMAT_DOUBLE));
+        writer.Write(samples.data(), 600);
+        writer.Write(samples.data() + 1200, 400);
+        writer.Commit();
+        EXPECT_EQ(writer.FramesWritten(), 1000);
+    }
+    EXPECT_TRUE(clitest::ReadDoubles(target) == samples);
+    EXPECT_EQ(folder.Entries(), std::vector<std::string>{"out.wav"});
 }
 
-TEST(SoundFileTest, WriterRefusesFoldersItCannotWriteTo) {
-  ScratchFolder folder;
-  std::ofstream(folder / "plain") << "a file, not a folder";
-  std::string message;
-  for (const char* name : {"missing/out.wav", "plain/out.wav"}) {
-    EXPECT_EQ(ErrorCodeOf([&] { AtomicSoundFileWriter writer(folder / name, Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16)); },
-                          &message),
-              CLI_EXIT_FAILED)
-        << name;
-    EXPECT_NE(message.find(name), std::string::npos) << message;
-  }
-  std::filesystem::create_directory(folder / "sub.wav");
-  EXPECT_EQ(ErrorCodeOf([&] { AtomicSoundFileWriter writer(folder / "sub.wav", Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16)); }),
-            CLI_EXIT_FAILED);
-  EXPECT_EQ(folder.Entries(), (std::vector<std::string>{"plain", "sub.wav"}));
+TEST(SoundFileTest, WriterRefusesFoldersItCannotWriteTo)
+{
+    ScratchFolder folder;
+    std::ofstream(folder / "plain") << "a file, not a folder";
+    std::string message;
+    for (const char* name : {"missing/out.wav", "plain/out.wav"})
+    {
+        EXPECT_EQ(ErrorCodeOf(
+                      [&] {
+                          AtomicSoundFileWriter writer(folder / name,
+                                                       Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16));
+                      },
+                      &message),
+                  CLI_EXIT_FAILED)
+            << name;
+        EXPECT_NE(message.find(name), std::string::npos) << message;
+    }
+    std::filesystem::create_directory(folder / "sub.wav");
+    EXPECT_EQ(ErrorCodeOf(
+                  [&] {
+                      AtomicSoundFileWriter writer(folder / "sub.wav",
+                                                   Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16));
+                  }),
+              CLI_EXIT_FAILED);
+    EXPECT_EQ(folder.Entries(), (std::vector<std::string>{"plain", "sub.wav"}));
 }
 
-TEST(SoundFileTest, IntegerSamplesSurviveARoundTripAndClipInsteadOfWrapping) {
-  ScratchFolder folder;
-  // Every 16-bit value once, through doubles and back.
-  std::vector<double> ramp;
-  for (int value = -32768; value <= 32767; ++value) ramp.push_back(value / 32768.0);
-  clitest::WriteWithLibsndfile(folder / "ramp.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, ramp);
-  std::vector<double> read;
-  {
-    SoundFileReader reader(folder / "ramp.wav");
-    ASSERT_EQ(reader.Frames(), 65536);
-    read.resize(70000);
-    EXPECT_EQ(reader.Read(read.data(), 70000), 65536);
-    read.resize(65536);
-    double more[2];
-    EXPECT_EQ(reader.Read(more, 2), 0);
-  }
-  EXPECT_TRUE(read == ramp);
-  {
-    AtomicSoundFileWriter writer(folder / "copy.wav", {SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1});
-    writer.Write(read.data(), 65536);
-    writer.Commit();
-  }
-  EXPECT_TRUE(clitest::ReadBytes(folder / "copy.wav") == clitest::ReadBytes(folder / "ramp.wav"));
+TEST(SoundFileTest, IntegerSamplesSurviveARoundTripAndClipInsteadOfWrapping)
+{
+    ScratchFolder folder;
+    // Every 16-bit value once, through doubles and back.
+    std::vector<double> ramp;
+    for (int value = -32768; value <= 32767; ++value)
+        ramp.push_back(value / 32768.0);
+    clitest::WriteWithLibsndfile(folder / "ramp.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1,
+                                 ramp);
+    std::vector<double> read;
+    {
+        SoundFileReader reader(folder / "ramp.wav");
+        ASSERT_EQ(reader.Frames(), 65536);
+        read.resize(70000);
+        EXPECT_EQ(reader.Read(read.data(), 70000), 65536);
+        read.resize(65536);
+        double more[2];
+        EXPECT_EQ(reader.Read(more, 2), 0);
+    }
+    EXPECT_TRUE(read == ramp);
+    {
+        AtomicSoundFileWriter writer(folder / "copy.wav",
+                                     {SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1});
+        writer.Write(read.data(), 65536);
+        writer.Commit();
+    }
+    EXPECT_TRUE(clitest::ReadBytes(folder / "copy.wav") == clitest::ReadBytes(folder / "ramp.wav"));
 
-  const double beyond[] = {1.5, -1.5, 1.0};
-  {
-    AtomicSoundFileWriter writer(folder / "loud.wav", {SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1});
-    writer.Write(beyond, 3);
-    writer.Commit();
-  }
-  std::vector<int32_t> loud = clitest::ReadInts(folder / "loud.wav");
-  EXPECT_EQ(loud, (std::vector<int32_t>{32767 << 16, -32768 * 65536, 32767 << 16}));
+    const double beyond[] = {1.5, -1.5, 1.0};
+    {
+        AtomicSoundFileWriter writer(folder / "loud.wav",
+                                     {SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1});
+        writer.Write(beyond, 3);
+        writer.Commit();
+    }
+    std::vector<int32_t> loud = clitest::ReadInts(folder / "loud.wav");
+    EXPECT_EQ(loud, (std::vector<int32_t>{32767 << 16, -32768 * 65536, 32767 << 16}));
 }
 
-TEST(SoundFileTest, SameFileIsFoundThroughOtherPaths) {
-  ScratchFolder folder;
-  std::ofstream(folder / "in.wav") << "x";
-  std::filesystem::create_directory(folder / "sub");
-  std::filesystem::create_symlink(folder / "in.wav", folder / "link.wav");
-  std::filesystem::create_hard_link(folder / "in.wav", folder / "hard.wav");
-  EXPECT_TRUE(IsSameFile(folder / "in.wav", folder / "sub" / ".." / "in.wav"));
-  EXPECT_TRUE(IsSameFile(folder / "in.wav", folder / "link.wav"));
-  EXPECT_TRUE(IsSameFile(folder / "in.wav", folder / "hard.wav"));
-  EXPECT_FALSE(IsSameFile(folder / "in.wav", folder / "other.wav"));
-  EXPECT_FALSE(IsSameFile(folder / "in.wav", folder / "sub"));
+TEST(SoundFileTest, SameFileIsFoundThroughOtherPaths)
+{
+    ScratchFolder folder;
+    std::ofstream(folder / "in.wav") << "x";
+    std::filesystem::create_directory(folder / "sub");
+    std::filesystem::create_symlink(folder / "in.wav", folder / "link.wav");
+    std::filesystem::create_hard_link(folder / "in.wav", folder / "hard.wav");
+    EXPECT_TRUE(IsSameFile(folder / "in.wav", folder / "sub" / ".." / "in.wav"));
+    EXPECT_TRUE(IsSameFile(folder / "in.wav", folder / "link.wav"));
+    EXPECT_TRUE(IsSameFile(folder / "in.wav", folder / "hard.wav"));
+    EXPECT_FALSE(IsSameFile(folder / "in.wav", folder / "other.wav"));
+    EXPECT_FALSE(IsSameFile(folder / "in.wav", folder / "sub"));
 }

@@ -14,110 +14,141 @@
 #include <random>
 #include <sstream>
 
-namespace clitest {
+namespace clitest
+{
 
-ScratchFolder::ScratchFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "qvdsp-cli-test-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) ADD_FAILURE() << "cannot create a scratch folder";
-  path = pattern;
+ScratchFolder::ScratchFolder()
+{
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "qvdsp-cli-test-XXXXXX").string();
+    if (!mkdtemp(pattern.data()))
+        ADD_FAILURE() << "cannot create a scratch folder";
+    path = pattern;
 }
 
-ScratchFolder::~ScratchFolder() {
-  std::error_code error;
-  std::filesystem::remove_all(path, error);
+ScratchFolder::~ScratchFolder()
+{
+    std::error_code error;
+    std::filesystem::remove_all(path, error);
 }
 
-std::vector<std::string> ScratchFolder::Entries() const {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(path)) names.push_back(entry.path().filename());
-  std::sort(names.begin(), names.end());
-  return names;
+std::vector<std::string> ScratchFolder::Entries() const
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(path))
+        names.push_back(entry.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
-void WriteWithLibsndfile(const std::filesystem::path& path, int format, int sampleRate, int channels,
-                         const std::vector<double>& samples, bool clipping) {
-  SF_INFO info{};
-  info.format = format;
-  info.samplerate = sampleRate;
-  info.channels = channels;
-  SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-  ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-  sf_command(file, SFC_SET_CLIPPING, nullptr, clipping ? SF_TRUE : SF_FALSE);
-  sf_count_t frames = static_cast<sf_count_t>(samples.size() / channels);
-  EXPECT_EQ(sf_writef_double(file, samples.data(), frames), frames);
-  sf_close(file);
+void WriteWithLibsndfile(const std::filesystem::path& path, int format, int sampleRate,
+                         int channels, const std::vector<double>& samples, bool clipping)
+{
+    SF_INFO info{};
+    info.format = format;
+    info.samplerate = sampleRate;
+    info.channels = channels;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    sf_command(file, SFC_SET_CLIPPING, nullptr, clipping ? SF_TRUE : SF_FALSE);
+    sf_count_t frames = static_cast<sf_count_t>(samples.size() / channels);
+    EXPECT_EQ(sf_writef_double(file, samples.data(), frames), frames);
+    sf_close(file);
 }
 
-std::vector<double> ReadDoubles(const std::filesystem::path& path, int* format, int* sampleRate, int* channels) {
-  SF_INFO info{};
-  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (!file) {
-    ADD_FAILURE() << "cannot read " << path << ": " << sf_strerror(nullptr);
-    return {};
-  }
-  std::vector<double> samples(static_cast<size_t>(info.frames) * info.channels);
-  EXPECT_EQ(sf_readf_double(file, samples.data(), info.frames), info.frames);
-  sf_close(file);
-  if (format) *format = info.format;
-  if (sampleRate) *sampleRate = info.samplerate;
-  if (channels) *channels = info.channels;
-  return samples;
+std::vector<double> ReadDoubles(const std::filesystem::path& path, int* format, int* sampleRate,
+                                int* channels)
+{
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (!file)
+    {
+        ADD_FAILURE() << "cannot read " << path << ": " << sf_strerror(nullptr);
+        return {};
+    }
+    std::vector<double> samples(static_cast<size_t>(info.frames) * info.channels);
+    EXPECT_EQ(sf_readf_double(file, samples.data(), info.frames), info.frames);
+    sf_close(file);
+    if (format)
+        *format = info.format;
+    if (sampleRate)
+        *sampleRate = info.samplerate;
+    if (channels)
+        *channels = info.channels;
+    return samples;
 }
 
-std::vector<int32_t> ReadInts(const std::filesystem::path& path) {
-  SF_INFO info{};
-  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (!file) {
-    ADD_FAILURE() << "cannot read " << path << ": " << sf_strerror(nullptr);
-    return {};
-  }
-  std::vector<int32_t> samples(static_cast<size_t>(info.frames) * info.channels);
-  EXPECT_EQ(sf_readf_int(file, samples.data(), info.frames), info.frames);
-  sf_close(file);
-  return samples;
+std::vector<int32_t> ReadInts(const std::filesystem::path& path)
+{
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (!file)
+    {
+        ADD_FAILURE() << "cannot read " << path << ": " << sf_strerror(nullptr);
+        return {};
+    }
+    std::vector<int32_t> samples(static_cast<size_t>(info.frames) * info.channels);
+    EXPECT_EQ(sf_readf_int(file, samples.data(), info.frames), info.frames);
+    sf_close(file);
+    return samples;
 }
 
-std::string ReadBytes(const std::filesystem::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  std::ostringstream bytes;
-  bytes << stream.rdbuf();
-  return bytes.str();
+std::string ReadBytes(const std::filesystem::path& path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    std::ostringstream bytes;
+    bytes << stream.rdbuf();
+    return bytes.str();
 }
 
-std::vector<double> TestSignal(int64_t frames, int channels, double amplitude, uint32_t seed) {
-  std::mt19937 engine(seed);
-  std::vector<double> samples(static_cast<size_t>(frames) * channels);
-  for (double& sample : samples) sample = amplitude * (static_cast<double>(engine()) / 2147483648.0 - 1.0);
-  const double edges[] = {1.0, -1.0, 1.25, -1.5, 0.5, -0.5, std::numeric_limits<double>::denorm_min(),
-                          -std::numeric_limits<double>::min(), 0.0, 1.0 / 65536.0};
-  for (size_t i = 0; i < std::size(edges) && i < samples.size(); ++i) samples[i] = edges[i];
-  return samples;
+std::vector<double> TestSignal(int64_t frames, int channels, double amplitude, uint32_t seed)
+{
+    std::mt19937 engine(seed);
+    std::vector<double> samples(static_cast<size_t>(frames) * channels);
+    for (double& sample : samples)
+        sample = amplitude * (static_cast<double>(engine()) / 2147483648.0 - 1.0);
+    const double edges[] = {1.0,
+                            -1.0,
+                            1.25,
+                            -1.5,
+                            0.5,
+                            -0.5,
+                            std::numeric_limits<double>::denorm_min(),
+                            -std::numeric_limits<double>::min(),
+                            0.0,
+                            1.0 / 65536.0};
+    for (size_t i = 0; i < std::size(edges) && i < samples.size(); ++i)
+        samples[i] = edges[i];
+    return samples;
 }
 
-RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch) {
-  std::filesystem::path outPath = scratch / ".stdout";
-  std::filesystem::path errPath = scratch / ".stderr";
-  pid_t child = fork();
-  if (child == 0) {
-    int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
-    std::vector<char*> argv{const_cast<char*>(QVDSP_CLI_PATH)};
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    execv(QVDSP_CLI_PATH, argv.data());
-    _exit(127);
-  }
-  RunResult result;
-  int status = 0;
-  waitpid(child, &status, 0);
-  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  result.out = clitest::ReadBytes(outPath);
-  result.err = clitest::ReadBytes(errPath);
-  std::filesystem::remove(outPath);
-  std::filesystem::remove(errPath);
-  return result;
+RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch)
+{
+    std::filesystem::path outPath = scratch / ".stdout";
+    std::filesystem::path errPath = scratch / ".stderr";
+    pid_t child = fork();
+    if (child == 0)
+    {
+        int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        std::vector<char*> argv{const_cast<char*>(QVDSP_CLI_PATH)};
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        execv(QVDSP_CLI_PATH, argv.data());
+        _exit(127);
+    }
+    RunResult result;
+    int status = 0;
+    waitpid(child, &status, 0);
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.out = clitest::ReadBytes(outPath);
+    result.err = clitest::ReadBytes(errPath);
+    std::filesystem::remove(outPath);
+    std::filesystem::remove(errPath);
+    return result;
 }
 
 }  // namespace clitest

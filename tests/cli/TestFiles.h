@@ -6,31 +6,33 @@
 #include <string>
 #include <vector>
 
-namespace clitest {
+namespace clitest
+{
 
 // A fresh folder under the system's temporary folder, removed with its content.
-class ScratchFolder {
- public:
-  ScratchFolder();
-  ~ScratchFolder();
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
+class ScratchFolder
+{
+public:
+    ScratchFolder();
+    ~ScratchFolder();
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-  const std::filesystem::path& Path() const { return path; }
-  std::filesystem::path operator/(const std::string& name) const { return path / name; }
-  // Names of everything in the folder, sorted.
-  std::vector<std::string> Entries() const;
+    const std::filesystem::path& Path() const { return path; }
+    std::filesystem::path operator/(const std::string& name) const { return path / name; }
+    // Names of everything in the folder, sorted.
+    std::vector<std::string> Entries() const;
 
- private:
-  std::filesystem::path path;
+private:
+    std::filesystem::path path;
 };
 
 // Writes interleaved doubles with libsndfile as it stands, clipping as asked.
-void WriteWithLibsndfile(const std::filesystem::path& path, int format, int sampleRate, int channels,
-                         const std::vector<double>& samples, bool clipping = true);
+void WriteWithLibsndfile(const std::filesystem::path& path, int format, int sampleRate,
+                         int channels, const std::vector<double>& samples, bool clipping = true);
 // Reads a whole file as doubles, and its layout.
-std::vector<double> ReadDoubles(const std::filesystem::path& path, int* format = nullptr, int* sampleRate = nullptr,
-                                int* channels = nullptr);
+std::vector<double> ReadDoubles(const std::filesystem::path& path, int* format = nullptr,
+                                int* sampleRate = nullptr, int* channels = nullptr);
 // Reads a whole file as 32-bit integers (libsndfile's left-justified form).
 std::vector<int32_t> ReadInts(const std::filesystem::path& path);
 std::string ReadBytes(const std::filesystem::path& path);
@@ -39,10 +41,11 @@ std::string ReadBytes(const std::filesystem::path& path);
 // that probe the edges: full scale, beyond it, the smallest magnitudes, zero.
 std::vector<double> TestSignal(int64_t frames, int channels, double amplitude, uint32_t seed);
 
-struct RunResult {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
+struct RunResult
+{
+    int exitCode = -1;
+    std::string out;
+    std::string err;
 };
 
 // Runs the real qvdsp binary with `arguments`, its output and errors caught in

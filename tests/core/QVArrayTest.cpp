@@ -7,10 +7,12 @@
 #include "core/QVArray.h"
 #include "core/QVStringArray.h"
 
-namespace {
+namespace
+{
 
 // Counts live objects, so that every constructor is matched by a destructor.
-struct Tracked {
+struct Tracked
+{
     static int live;
     int value;
     Tracked(int v = 0) : value(v) { ++live; }
@@ -21,7 +23,8 @@ struct Tracked {
 };
 int Tracked::live = 0;
 
-struct Deleted {
+struct Deleted
+{
     static int count;
     ~Deleted() { ++count; }
 };
@@ -34,18 +37,21 @@ TEST(QVArrayTest, AutomaticGrowthTakesTheFixedSteps)
     QVNumberArray<int32_t> array;
     std::vector<int32_t> capacities;
     int32_t last = 0;
-    for (int32_t i = 0; i < 140000; ++i) {
+    for (int32_t i = 0; i < 140000; ++i)
+    {
         array.Add(i);
-        if (array.GetCapacity() != last) {
+        if (array.GetCapacity() != last)
+        {
             last = array.GetCapacity();
             capacities.push_back(last);
-            if (i == 64) {
+            if (i == 64)
+            {
                 EXPECT_EQ(last, 256) << "the 65th element";
             }
         }
     }
-    const std::vector<int32_t> expected = {4, 64, 256, 1024, 4096, 16384, 65536, 65536 + 65537,
-                                           65536 + 65537 + 65537};
+    const std::vector<int32_t> expected = {
+        4, 64, 256, 1024, 4096, 16384, 65536, 65536 + 65537, 65536 + 65537 + 65537};
     EXPECT_EQ(capacities, expected);
     for (int32_t i = 0; i < 140000; ++i)
         ASSERT_EQ(array[i], i);
@@ -145,7 +151,8 @@ TEST(QVArrayTest, NumberAndPointerArraysSearchAndSort)
     EXPECT_EQ(numbers.AddUnique(9), 2);
     EXPECT_EQ(numbers.AddUnique(4), 5);
     numbers.Sort();
-    EXPECT_EQ(std::vector<int>(numbers.begin(), numbers.end()), (std::vector<int>{1, 3, 3, 4, 5, 9}));
+    EXPECT_EQ(std::vector<int>(numbers.begin(), numbers.end()),
+              (std::vector<int>{1, 3, 3, 4, 5, 9}));
     EXPECT_EQ(numbers.BinarySearch(4), 3);
     EXPECT_EQ(numbers.BinarySearch(2), -1);
     numbers.Sort(true);
@@ -211,7 +218,8 @@ TEST(QVArrayTest, StringArraysSplitJoinAndSort)
     EXPECT_EQ(QVStringArray::Split(QVString(), u",").GetCount(), 1);
     EXPECT_EQ(QVStringArray::Split(QVString(), u",", false).GetCount(), 0);
 
-    QVStringArray names{QVString(u"beta"), QVString(u"Alpha"), QVString(u"alpha"), QVString(u"Gamma")};
+    QVStringArray names{QVString(u"beta"), QVString(u"Alpha"), QVString(u"alpha"),
+                        QVString(u"Gamma")};
     EXPECT_EQ(names.Find(u"ALPHA"), -1);
     EXPECT_EQ(names.Find(u"ALPHA", true), 1);
     names.Sort();

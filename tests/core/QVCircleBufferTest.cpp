@@ -73,12 +73,16 @@ TEST(QVCircleBufferTest, LockLetsTwoWritersShareTheRing)
     QVCircleBuffer ring(64, true);
     constexpr int RECORDS = 5000;
     std::atomic<bool> stop{false};  // a failed check must not leave the writers blocked
-    auto writer = [&ring, &stop](uint8_t id) {
-        for (int sequence = 0; sequence < RECORDS && !stop.load();) {
-            const uint8_t record[4] = {id, static_cast<uint8_t>(sequence), static_cast<uint8_t>(sequence >> 8), id};
+    auto writer = [&ring, &stop](uint8_t id)
+    {
+        for (int sequence = 0; sequence < RECORDS && !stop.load();)
+        {
+            const uint8_t record[4] = {id, static_cast<uint8_t>(sequence),
+                                       static_cast<uint8_t>(sequence >> 8), id};
             uint8_t *a, *b;
             uint32_t aSize, bSize;
-            if (!ring.Acquire(4, a, aSize, b, bSize)) {
+            if (!ring.Acquire(4, a, aSize, b, bSize))
+            {
                 std::this_thread::yield();
                 continue;
             }
@@ -93,16 +97,19 @@ TEST(QVCircleBufferTest, LockLetsTwoWritersShareTheRing)
     std::thread first(writer, 1), second(writer, 2);
     int next[3] = {0, 0, 0};
     bool whole = true;
-    for (int received = 0; received < 2 * RECORDS && whole;) {
+    for (int received = 0; received < 2 * RECORDS && whole;)
+    {
         uint8_t record[4];
-        if (!ring.Read(record, 4)) {
+        if (!ring.Read(record, 4))
+        {
             std::this_thread::yield();
             continue;
         }
         ring.Skip(4);
         ++received;
         const int id = record[0];
-        whole = (id == 1 || id == 2) && record[3] == id && ((record[1] | record[2] << 8) == (next[id] & 0xFFFF));
+        whole = (id == 1 || id == 2) && record[3] == id &&
+                ((record[1] | record[2] << 8) == (next[id] & 0xFFFF));
         if (whole)
             ++next[id];
     }
@@ -119,27 +126,33 @@ TEST(QVCircleBufferTest, OneWriterAndOneReaderNeedNoLock)
     // An odd capacity so that wraps fall at every position.
     QVMemoryCircleBuffer ring(1021);
     constexpr uint64_t TOTAL = 4'000'000;
-    std::thread writer([&ring] {
-        std::mt19937 random(1);
-        uint64_t sent = 0;
-        uint8_t chunk[300];
-        while (sent < TOTAL) {
-            const uint32_t size = static_cast<uint32_t>(std::min<uint64_t>(1 + random() % 300, TOTAL - sent));
-            for (uint32_t i = 0; i < size; ++i)
-                chunk[i] = static_cast<uint8_t>((sent + i) % 251);
-            if (ring.Write(chunk, size))
-                sent += size;
-            else
-                std::this_thread::yield();
-        }
-    });
+    std::thread writer(
+        [&ring]
+        {
+            std::mt19937 random(1);
+            uint64_t sent = 0;
+            uint8_t chunk[300];
+            while (sent < TOTAL)
+            {
+                const uint32_t size =
+                    static_cast<uint32_t>(std::min<uint64_t>(1 + random() % 300, TOTAL - sent));
+                for (uint32_t i = 0; i < size; ++i)
+                    chunk[i] = static_cast<uint8_t>((sent + i) % 251);
+                if (ring.Write(chunk, size))
+                    sent += size;
+                else
+                    std::this_thread::yield();
+            }
+        });
     std::mt19937 random(2);
     uint64_t received = 0;
     bool inOrder = true;
     uint8_t chunk[400];
-    while (received < TOTAL && inOrder) {
+    while (received < TOTAL && inOrder)
+    {
         const uint32_t available = ring.GetUsed();
-        if (available == 0) {
+        if (available == 0)
+        {
             std::this_thread::yield();
             continue;
         }

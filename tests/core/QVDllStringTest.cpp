@@ -5,7 +5,8 @@
 #include "QVStringPrint.h"
 #include "core/QVDllString.h"
 
-namespace {
+namespace
+{
 
 // What the host does with the carriers: it sees only the interfaces.
 void HostAnswers(IQVDllString& text, IQVDllBuffer& bytes)

@@ -11,12 +11,14 @@
 
 #include "../../fuzz/FuzzChecks.h"
 
-namespace {
+namespace
+{
 
 std::vector<uint8_t> ReadFile(const std::filesystem::path& path)
 {
     std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in),
+                                std::istreambuf_iterator<char>());
 }
 
 // Runs check over every file of the target's seed and regression folders;
@@ -27,8 +29,9 @@ int Replay(const std::string& target, const std::function<void(const std::u16str
     if (source == nullptr)
         return -1;
     int count = 0;
-    for (const std::filesystem::path folder : {std::filesystem::path(source) / "fuzz/corpus" / target,
-                                               std::filesystem::path(source) / "tests/core/fuzz-regressions" / target})
+    for (const std::filesystem::path folder :
+         {std::filesystem::path(source) / "fuzz/corpus" / target,
+          std::filesystem::path(source) / "tests/core/fuzz-regressions" / target})
     {
         if (!std::filesystem::is_directory(folder))
             continue;
@@ -47,7 +50,8 @@ int Replay(const std::string& target, const std::function<void(const std::u16str
 
 TEST(QVFuzzReplay, EveryKeptInputPassesItsChecks)
 {
-    ASSERT_NE(std::getenv("QVDSP_SOURCE_DIR"), nullptr) << "run through ctest, which names the source folder";
+    ASSERT_NE(std::getenv("QVDSP_SOURCE_DIR"), nullptr)
+        << "run through ctest, which names the source folder";
     EXPECT_GT(Replay("XmlReader", qvfuzz::CheckXmlReader), 0);
     EXPECT_GT(Replay("LoadXml", qvfuzz::CheckLoadXml), 0);
     EXPECT_GT(Replay("TokenReader", qvfuzz::CheckTokenReader), 0);

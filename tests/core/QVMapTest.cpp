@@ -8,11 +8,13 @@
 #include "core/QVMap.h"
 #include "core/QVUniqueList.h"
 
-namespace {
+namespace
+{
 
 using IntMap = QVMap<int32_t, int32_t, int32_t, int32_t>;
 
-struct Owned {
+struct Owned
+{
     static int deleted;
     int value;
     explicit Owned(int v) : value(v) {}
@@ -20,7 +22,8 @@ struct Owned {
 };
 int Owned::deleted = 0;
 
-class CountingAllocator : public IQVBlockAllocator {
+class CountingAllocator : public IQVBlockAllocator
+{
 public:
     int live = 0;
     void* AllocateBlock(size_t size) override
@@ -58,8 +61,8 @@ TEST(QVMapTest, TableGrowsToSevenThenThirtyOne)
     EXPECT_EQ(QVMapBase::BucketCountFor(7, false), 7);
     EXPECT_EQ(QVMapBase::BucketCountFor(8, false), 15);
     EXPECT_EQ(QVMapBase::BucketCountFor(16, false), 31);
-    EXPECT_EQ(QVMapBase::BucketCountFor(6, true), 7);    // 6 * 120 / 100 = 7
-    EXPECT_EQ(QVMapBase::BucketCountFor(7, true), 15);   // 8
+    EXPECT_EQ(QVMapBase::BucketCountFor(6, true), 7);   // 6 * 120 / 100 = 7
+    EXPECT_EQ(QVMapBase::BucketCountFor(7, true), 15);  // 8
     EXPECT_EQ(QVMapBase::BucketCountFor(110, false), 127);
     EXPECT_EQ(QVMapBase::BucketCountFor(110, true), 255);  // 132
     EXPECT_EQ(QVMapBase::BucketCountFor(106, true), 127);  // 127
@@ -73,7 +76,10 @@ TEST(QVMapTest, IntegerKeysHashToThemselvesAndChainInOrder)
 {
     EXPECT_EQ(QVHashKey(12345), 12345u);
     EXPECT_EQ(QVHashKey(int8_t{-1}), 255u);
-    enum class EKind { A = 9 };
+    enum class EKind
+    {
+        A = 9
+    };
     EXPECT_EQ(QVHashKey(EKind::A), 9u);
 
     IntMap map;
@@ -105,21 +111,23 @@ TEST(QVMapTest, AgreesWithAStandardMapUnderRandomChanges)
     IntMap map;
     std::unordered_map<int32_t, int32_t> reference;
     std::mt19937 random(7);
-    for (int step = 0; step < 200000; ++step) {
+    for (int step = 0; step < 200000; ++step)
+    {
         const int32_t key = static_cast<int32_t>(random() % 5000) - 2500;
-        switch (random() % 3) {
+        switch (random() % 3)
+        {
         case 0:
             map.SetAt(key, step);
             reference[key] = step;
             break;
-        case 1:
-            ASSERT_EQ(map.Remove(key), reference.erase(key) == 1);
-            break;
-        default: {
+        case 1: ASSERT_EQ(map.Remove(key), reference.erase(key) == 1); break;
+        default:
+        {
             const int32_t* found = map.Find(key);
             const auto expected = reference.find(key);
             ASSERT_EQ(found != nullptr, expected != reference.end());
-            if (found) {
+            if (found)
+            {
                 ASSERT_EQ(*found, expected->second);
             }
         }
@@ -128,7 +136,8 @@ TEST(QVMapTest, AgreesWithAStandardMapUnderRandomChanges)
         ASSERT_LE(map.GetCount(), 2 * map.GetBucketCount() + 2);
     }
     int32_t visited = 0;
-    for (const auto& node : map) {
+    for (const auto& node : map)
+    {
         ASSERT_EQ(reference.at(node.key), node.value);
         ++visited;
     }

@@ -7,9 +7,13 @@
 #include "QVStringPrint.h"
 #include "core/QVString.h"
 
-namespace {
+namespace
+{
 
-double Parse(const char16_t* text) { return QVString::ToDouble(text); }
+double Parse(const char16_t* text)
+{
+    return QVString::ToDouble(text);
+}
 
 }  // namespace
 
@@ -22,11 +26,13 @@ TEST(QVNumberTextTest, TextToDoubleFollowsTheRule)
     EXPECT_EQ(Parse(u""), 0.0);
     EXPECT_EQ(Parse(nullptr), 0.0);
     EXPECT_EQ(Parse(u"  ++ +3.25"), 3.25);
-    EXPECT_EQ(Parse(u"\x00E2" u"5,5"), -5.5);  // the first byte of a typographic minus
+    EXPECT_EQ(Parse(u"\x00E2"
+                    u"5,5"),
+              -5.5);  // the first byte of a typographic minus
     EXPECT_EQ(Parse(u"1.5e+2"), 150.0);
-    EXPECT_EQ(Parse(u"1e2.9"), 100.0);       // the exponent is truncated
+    EXPECT_EQ(Parse(u"1e2.9"), 100.0);  // the exponent is truncated
     EXPECT_EQ(Parse(u"5E-1"), 0.5);
-    EXPECT_EQ(Parse(u"1.5 e2"), 1.5);        // a blank after the digits ends the number
+    EXPECT_EQ(Parse(u"1.5 e2"), 1.5);  // a blank after the digits ends the number
     EXPECT_EQ(Parse(u"e5"), 0.0);
     EXPECT_EQ(Parse(u".5"), 0.5);
     EXPECT_EQ(Parse(u"7."), 7.0);
@@ -87,13 +93,15 @@ TEST(QVNumberTextTest, NumbersSurviveTheRoundTrip)
     // Neither direction is correctly rounded, so values that settings hold
     // come back within a couple of units in the last place, and binary
     // fractions come back exactly.
-    for (int k = -200000; k <= 200000; k += 7) {
+    for (int k = -200000; k <= 200000; k += 7)
+    {
         const double value = k / 1000.0;
         const double back = QVString::FromDouble(value).ToDouble();
         ASSERT_LE(std::fabs(back - value), 2 * std::fabs(std::nextafter(value, 0.0) - value)) << k;
         const int magnitude = k < 0 ? -k : k;
         ASSERT_EQ(QVString::FromDouble(value, 3, true),
-                  QVString::Format(u"%s%d.%03d", {k < 0 ? u"-" : u"", magnitude / 1000, magnitude % 1000}));
+                  QVString::Format(u"%s%d.%03d",
+                                   {k < 0 ? u"-" : u"", magnitude / 1000, magnitude % 1000}));
         const double quarter = k * 0.25;
         ASSERT_EQ(QVString::FromDouble(quarter).ToDouble(), quarter) << k;
         const double binary = k / 1024.0;
@@ -102,13 +110,15 @@ TEST(QVNumberTextTest, NumbersSurviveTheRoundTrip)
     // Arbitrary doubles keep 16 decimals: close, not always bit-exact.
     std::mt19937_64 random(12345);
     std::uniform_real_distribution<double> spread(-1e6, 1e6);
-    for (int i = 0; i < 20000; ++i) {
+    for (int i = 0; i < 20000; ++i)
+    {
         const double value = spread(random);
         const double back = QVString::FromDouble(value).ToDouble();
         ASSERT_NEAR(back, value, std::fabs(value) * 4e-16 + 1e-16) << value;
     }
     // With fixed decimals the text itself round-trips.
-    for (int k = -5000; k <= 5000; ++k) {
+    for (int k = -5000; k <= 5000; ++k)
+    {
         const QVString text = QVString::FromDouble(k / 100.0, 2, true);
         ASSERT_EQ(QVString::FromDouble(text.ToDouble(), 2, true), text);
     }
@@ -127,7 +137,8 @@ TEST(QVNumberTextTest, IntegersToAndFromText)
     EXPECT_EQ(QVString::ToInt(u"99999999999999999999"), std::numeric_limits<int64_t>::max());
     EXPECT_EQ(QVString::ToInt(u"-99999999999999999999"), std::numeric_limits<int64_t>::min());
     std::mt19937_64 random(99);
-    for (int i = 0; i < 10000; ++i) {
+    for (int i = 0; i < 10000; ++i)
+    {
         const auto value = static_cast<int64_t>(random());
         ASSERT_EQ(QVString::FromInt(value).ToInt(), value);
     }
@@ -141,14 +152,17 @@ TEST(QVNumberTextTest, FormatChecksItsArguments)
     EXPECT_EQ(QVString::Format(u"[%-4s|%4s]", {u"ab", u"cd"}), u"[ab  |  cd]");
     EXPECT_EQ(QVString::Format(u"%x %X %o %u", {255, 255u, 8, uint64_t{18446744073709551615ull}}),
               u"ff FF 10 18446744073709551615");
-    EXPECT_EQ(QVString::Format(u"%08.3f|%+d|%%|%c", {-2.5, 3, char16_t(u'\x20AC')}), u"-002.500|+3|%|\x20AC");
+    EXPECT_EQ(QVString::Format(u"%08.3f|%+d|%%|%c", {-2.5, 3, char16_t(u'\x20AC')}),
+              u"-002.500|+3|%|\x20AC");
     EXPECT_EQ(QVString::Format(u"%*d|%.*s", {5, 42, 2, u"abcdef"}), u"   42|ab");
-    EXPECT_EQ(QVString::Format(u"%I64d %lld %ld %hs", {int64_t{1} << 40, 2, 3, "Gr\xC3\xBC\xC3\x9F"}),
-              u"1099511627776 2 3 Gr\xFC\xDF");
+    EXPECT_EQ(
+        QVString::Format(u"%I64d %lld %ld %hs", {int64_t{1} << 40, 2, 3, "Gr\xC3\xBC\xC3\x9F"}),
+        u"1099511627776 2 3 Gr\xFC\xDF");
     EXPECT_EQ(QVString::Format(u"%.1f %d", {3, 2.9}), u"3.0 2");  // numbers convert between kinds
     EXPECT_EQ(QVString::Format(u"%e", {12345.678}), u"1.234568e+04");
     EXPECT_EQ(QVString::Format(u"%g", {0.0001}), u"0.0001");
-    EXPECT_EQ(QVString::Format(u"Hard killing thread (handle=%x), it exceeded timeout=%d MS", {0x1f, 2000}),
+    EXPECT_EQ(QVString::Format(u"Hard killing thread (handle=%x), it exceeded timeout=%d MS",
+                               {0x1f, 2000}),
               u"Hard killing thread (handle=1f), it exceeded timeout=2000 MS");
 
     QVString out;

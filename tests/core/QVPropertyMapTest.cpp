@@ -59,8 +59,9 @@ TEST(QVPropertyMap, TypedAccessGoesThroughText)
     {
         const char16_t* text;
         double value;
-    } numbers[] = {{u"1,5", 1.5}, {u"1.5", 1.5}, {u"  +-1,5e2", -150.0}, {u"\u00e22.5", -2.5},
-                   {u"1.2.3", 1.2}, {u"12abc", 12.0}, {u"", 0.0}, {u"-3.5", -3.5}};
+    } numbers[] = {{u"1,5", 1.5},        {u"1.5", 1.5},   {u"  +-1,5e2", -150.0},
+                   {u"\u00e22.5", -2.5}, {u"1.2.3", 1.2}, {u"12abc", 12.0},
+                   {u"", 0.0},           {u"-3.5", -3.5}};
     for (const auto& number : numbers)
     {
         map.SetString(u"d", number.text);
@@ -69,13 +70,15 @@ TEST(QVPropertyMap, TypedAccessGoesThroughText)
 
     // (The reading rule scales by a power of ten, which cannot reach the smallest
     // subnormals: those are beyond the format.)
-    const double values[] = {0.1, 1.0 / 3.0, -3.5, 1e-300, 123456.789, DBL_MAX, 0.30000000000000004,
-                             -0.0, 1e22, 2.5e-7, 6.02214076e23};
+    const double values[] = {0.1,          1.0 / 3.0,           -3.5, 1e-300, 123456.789,
+                             DBL_MAX,      0.30000000000000004, -0.0, 1e22,   2.5e-7,
+                             6.02214076e23};
     for (const double value : values)
     {
         map.SetDouble(u"d", value);
         const double back = map.GetDouble(u"d", 99.0);
-        EXPECT_EQ(std::memcmp(&back, &value, sizeof value), 0) << value << " as " << map.GetString(u"d").ToUTF8();
+        EXPECT_EQ(std::memcmp(&back, &value, sizeof value), 0)
+            << value << " as " << map.GetString(u"d").ToUTF8();
     }
     map.SetDouble(u"d", -3.5);
     EXPECT_EQ(map.GetString(u"d"), QVString(u"-3.5"));
@@ -128,9 +131,12 @@ TEST(QVPropertyMap, SaveXMLHasTheExactForm)
     QVPropertyMap special;
     special.SetString(u"a<b", u"x < y && 'q' > \"r\"");
     special.SaveXML(text, u"Root", false, 1.1);
-    EXPECT_EQ(text, QVString(u"<Root version=\"1.1\">\r\n"
-                             u"<Item Name=\"a&lt;b\">x &lt; y &amp;&amp; &apos;q&apos; &gt; &quot;r&quot;</Item>\r\n"
-                             u"</Root>"));
+    EXPECT_EQ(
+        text,
+        QVString(
+            u"<Root version=\"1.1\">\r\n"
+            u"<Item Name=\"a&lt;b\">x &lt; y &amp;&amp; &apos;q&apos; &gt; &quot;r&quot;</Item>\r\n"
+            u"</Root>"));
     QVPropertyMap back;
     EXPECT_TRUE(back.LoadXML(u"Root", text, 1.1));
     EXPECT_TRUE(back.IsEqual(special));
@@ -148,8 +154,10 @@ TEST(QVPropertyMap, LoadXMLChecksRootAndExactVersion)
     QVPropertyMap map;
     map.SetString(u"kept", u"k");
     EXPECT_TRUE(map.LoadXML(u"XMLPH", u"", 1.0));  // empty text: nothing to do
-    EXPECT_FALSE(map.LoadXML(u"XMLPH", u"<XMLPH version=\"2.0\"><Item Name=\"b\">2</Item></XMLPH>", 1.0));
-    EXPECT_FALSE(map.LoadXML(u"XMLPH", u"<XMLPH version=\"0.5\"><Item Name=\"b\">2</Item></XMLPH>", 1.0));
+    EXPECT_FALSE(
+        map.LoadXML(u"XMLPH", u"<XMLPH version=\"2.0\"><Item Name=\"b\">2</Item></XMLPH>", 1.0));
+    EXPECT_FALSE(
+        map.LoadXML(u"XMLPH", u"<XMLPH version=\"0.5\"><Item Name=\"b\">2</Item></XMLPH>", 1.0));
     EXPECT_FALSE(map.LoadXML(u"XMLPH", u"<XMLPH><Item Name=\"b\">2</Item></XMLPH>", 1.0));
     EXPECT_FALSE(map.LoadXML(u"Other", text, 1.0));
     EXPECT_FALSE(map.LoadXML(u"XMLPH", u"not xml at all", 1.0));
@@ -162,10 +170,13 @@ TEST(QVPropertyMap, LoadXMLChecksRootAndExactVersion)
     // A missing version reads as 0; a comma is a decimal point there too.
     QVPropertyMap other;
     EXPECT_TRUE(other.LoadXML(u"XMLPH", u"<XMLPH><Item Name=\"b\">2</Item></XMLPH>", 0.0));
-    EXPECT_TRUE(other.LoadXML(u"XMLPH", u"<XMLPH version='1,1'><Item Name=\"c\">3</Item></XMLPH>", 1.1));
+    EXPECT_TRUE(
+        other.LoadXML(u"XMLPH", u"<XMLPH version='1,1'><Item Name=\"c\">3</Item></XMLPH>", 1.1));
     // Items without a name and other elements are skipped.
-    EXPECT_TRUE(other.LoadXML(u"XMLPH", u"<XMLPH version=\"1.0\"><Item>x</Item><Other Name=\"o\">y</Other>"
-                                        u"<Item Name=\"d\"/></XMLPH>", 1.0));
+    EXPECT_TRUE(other.LoadXML(u"XMLPH",
+                              u"<XMLPH version=\"1.0\"><Item>x</Item><Other Name=\"o\">y</Other>"
+                              u"<Item Name=\"d\"/></XMLPH>",
+                              1.0));
     EXPECT_EQ(other.GetCount(), 3);
     EXPECT_EQ(other.GetString(u"d", u"absent"), QVString());
 }
@@ -173,13 +184,16 @@ TEST(QVPropertyMap, LoadXMLChecksRootAndExactVersion)
 TEST(QVPropertyMap, BrokenTextStillGivesWhatCanBeRead)
 {
     QVPropertyMap map;
-    EXPECT_TRUE(map.LoadXML(u"XMLPH", u"<XMLPH version=\"1.0\">\r\n<Item Name=\"a\">1</item>\r\n"
-                                      u"<Item Name=\"b\">2</Item>\r\n</XMLPH>", 1.0));
+    EXPECT_TRUE(map.LoadXML(u"XMLPH",
+                            u"<XMLPH version=\"1.0\">\r\n<Item Name=\"a\">1</item>\r\n"
+                            u"<Item Name=\"b\">2</Item>\r\n</XMLPH>",
+                            1.0));
     EXPECT_EQ(map.GetString(u"b"), QVString(u"2"));
     EXPECT_TRUE(map.Exists(u"a"));
 
     QVPropertyMap truncated;
-    EXPECT_TRUE(truncated.LoadXML(u"XMLPH", u"<XMLPH version=\"1.0\">\r\n<Item Name=\"a\">1</Item>\r\n<Item Na", 1.0));
+    EXPECT_TRUE(truncated.LoadXML(
+        u"XMLPH", u"<XMLPH version=\"1.0\">\r\n<Item Name=\"a\">1</Item>\r\n<Item Na", 1.0));
     EXPECT_EQ(truncated.GetString(u"a"), QVString(u"1"));
 }
 
@@ -220,21 +234,22 @@ TEST(QVPropertyMap, FaultyTokensStopWhereTheyAre)
         int32_t start;
         int32_t stop;
     } faults[] = {
-        {u"x(1:a)", 0, 0},      // no "("
-        {u"(:a)", 0, 1},        // no digits
-        {u"(1a)", 0, 2},        // no ":"
-        {u"(5:ab)", 0, 3},      // longer than the text
-        {u"(2:abc)", 0, 5},     // no ")" after the text
+        {u"x(1:a)", 0, 0},   // no "("
+        {u"(:a)", 0, 1},     // no digits
+        {u"(1a)", 0, 2},     // no ":"
+        {u"(5:ab)", 0, 3},   // longer than the text
+        {u"(2:abc)", 0, 5},  // no ")" after the text
         {u"(99999999999:a)", 0, 13},
         {u"(1:a", 0, 3},
-        {u"(1:a)", 5, 5},       // at the end
+        {u"(1:a)", 5, 5},  // at the end
         {u"(1:a)", -1, -1},
     };
     for (const auto& fault : faults)
     {
         int32_t offset = fault.start;
         QVString token = u"stale";
-        EXPECT_FALSE(QVPropertyMap::ReadToken(fault.text, offset, token)) << QVString(fault.text).ToUTF8();
+        EXPECT_FALSE(QVPropertyMap::ReadToken(fault.text, offset, token))
+            << QVString(fault.text).ToUTF8();
         EXPECT_EQ(token, QVString());
         EXPECT_EQ(offset, fault.stop) << QVString(fault.text).ToUTF8();
     }
@@ -257,8 +272,9 @@ TEST(QVPropertyMap, TextKindsAndFileNameRecords)
     EXPECT_FALSE(QVPropertyMap::IsPropertyMapText(u"<XMLPH>"));
     EXPECT_FALSE(QVPropertyMap::IsFileNameText(u"<XMLPH version=\"1.0\">"));
 
-    const QVString record = u"<XMLFN version=\"1.0\"><Item Name=\"Filename\">C:\\A &amp; B\\x.wav</Item>"
-                            u"<Item Name=\"PostExtensionData\">t=3</Item></XMLFN>";
+    const QVString record =
+        u"<XMLFN version=\"1.0\"><Item Name=\"Filename\">C:\\A &amp; B\\x.wav</Item>"
+        u"<Item Name=\"PostExtensionData\">t=3</Item></XMLFN>";
     EXPECT_TRUE(QVPropertyMap::IsFileNameText(record));
     QVPropertyMap map;
     EXPECT_TRUE(map.LoadXML(u"XMLFN", record, 1.0));
@@ -266,7 +282,8 @@ TEST(QVPropertyMap, TextKindsAndFileNameRecords)
     EXPECT_EQ(map.GetString(u"PostExtensionData"), QVString(u"t=3"));
 }
 
-namespace {
+namespace
+{
 
 class SavedThing : public QVSerializeHelper
 {
@@ -317,7 +334,10 @@ TEST(QVPropertyMap, OperationsKeepTheirPlaces)
 {
     using Map = QVPropertyMap;
     EXPECT_EQ(qvtest::VirtualSlot(&Map::Exists), 2);
-    EXPECT_EQ(qvtest::VirtualSlot(static_cast<QVString (Map::*)(QVString&, const QVString&, const char16_t*) const>(&Map::GetString)), 3);
+    EXPECT_EQ(qvtest::VirtualSlot(
+                  static_cast<QVString (Map::*)(QVString&, const QVString&, const char16_t*) const>(
+                      &Map::GetString)),
+              3);
     EXPECT_EQ(qvtest::VirtualSlot(&Map::GetInt), 4);
     EXPECT_EQ(qvtest::VirtualSlot(&Map::GetInt64), 5);
     EXPECT_EQ(qvtest::VirtualSlot(&Map::GetUInt64), 6);
@@ -335,8 +355,11 @@ TEST(QVPropertyMap, OperationsKeepTheirPlaces)
     EXPECT_EQ(qvtest::VirtualSlot(&Map::Merge), 18);
     EXPECT_EQ(qvtest::VirtualSlot(&Map::IsEqual), 19);
     EXPECT_EQ(qvtest::VirtualSlot(&Map::SaveTokens), 20);
-    EXPECT_EQ(qvtest::VirtualSlot(static_cast<bool (Map::*)(const QVString&, int32_t&)>(&Map::LoadTokens)), 21);
-    EXPECT_EQ(qvtest::VirtualSlot(static_cast<bool (Map::*)(const QVString&)>(&Map::LoadTokens)), 22);
+    EXPECT_EQ(qvtest::VirtualSlot(
+                  static_cast<bool (Map::*)(const QVString&, int32_t&)>(&Map::LoadTokens)),
+              21);
+    EXPECT_EQ(qvtest::VirtualSlot(static_cast<bool (Map::*)(const QVString&)>(&Map::LoadTokens)),
+              22);
     EXPECT_EQ(qvtest::VirtualSlot(&Map::SaveXML), 23);
     EXPECT_EQ(qvtest::VirtualSlot(&Map::LoadXML), 24);
     EXPECT_EQ(qvtest::VirtualSlot(&Map::WriteItems), 25);

@@ -5,4 +5,7 @@
 
 #include "core/QVString.h"
 
-inline void PrintTo(const QVString& text, std::ostream* out) { *out << '"' << text.ToUTF8() << '"'; }
+inline void PrintTo(const QVString& text, std::ostream* out)
+{
+    *out << '"' << text.ToUTF8() << '"';
+}

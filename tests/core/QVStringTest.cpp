@@ -4,20 +4,26 @@
 #include <thread>
 #include <vector>
 
-#include "core/QVString.h"
 #include "QVStringPrint.h"
+#include "core/QVString.h"
 
-namespace {
+namespace
+{
 
-int32_t References(const QVString& s) { return s.GetData()->references.load(); }
+int32_t References(const QVString& s)
+{
+    return s.GetData()->references.load();
+}
 
 // The string manager of another module: its buffers must never be shared here.
-class ForeignManager final : public IQVStringManager {
+class ForeignManager final : public IQVStringManager
+{
 public:
     int freed = 0;
     QVStringData* Allocate(int32_t length, bool) override
     {
-        auto* data = static_cast<QVStringData*>(::operator new(sizeof(QVStringData) + (length + 1) * sizeof(char16_t)));
+        auto* data = static_cast<QVStringData*>(
+            ::operator new(sizeof(QVStringData) + (length + 1) * sizeof(char16_t)));
         data->manager = this;
         data->length = length;
         data->capacity = length + 1;
@@ -162,13 +168,16 @@ TEST(QVStringTest, CountsAreSafeAcrossThreads)
     const QVString shared(u"handed between threads");
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&shared] {
-            for (int i = 0; i < 20000; ++i) {
-                QVString copy = shared;
-                QVString second = copy;
-                ASSERT_EQ(second.GetLength(), 22);
-            }
-        });
+        threads.emplace_back(
+            [&shared]
+            {
+                for (int i = 0; i < 20000; ++i)
+                {
+                    QVString copy = shared;
+                    QVString second = copy;
+                    ASSERT_EQ(second.GetLength(), 22);
+                }
+            });
     for (auto& thread : threads)
         thread.join();
     EXPECT_EQ(References(shared), 1);
@@ -223,9 +232,13 @@ TEST(QVStringTest, PoolReusesTheClosestBuffer)
 
     // Long buffers are really freed, and a full pool frees the rest.
     globals.ReleasePool();
-    { QVString big(u'z', 1031); }
+    {
+        QVString big(u'z', 1031);
+    }
     EXPECT_EQ(globals.GetPooledCount(), 0);
-    { QVString justBelow(u'z', 1030); }
+    {
+        QVString justBelow(u'z', 1030);
+    }
     EXPECT_EQ(globals.GetPooledCount(), 1);
     {
         std::vector<QVString> many;
@@ -238,7 +251,8 @@ TEST(QVStringTest, PoolReusesTheClosestBuffer)
 
 TEST(QVStringTest, UTF8RoundTripsAndRepairsBadBytes)
 {
-    const char* text = "Gr\xC3\xBC\xC3\x9F" "e \xE2\x82\xAC \xF0\x9F\x8E\xB5";  // Grüße € and a note outside the BMP
+    const char* text = "Gr\xC3\xBC\xC3\x9F"
+                       "e \xE2\x82\xAC \xF0\x9F\x8E\xB5";  // Grüße € and a note outside the BMP
     const QVString s = QVString::FromUTF8(text);
     EXPECT_EQ(s.GetLength(), 10);
     EXPECT_EQ(s[2], 0xFC);
@@ -248,8 +262,12 @@ TEST(QVStringTest, UTF8RoundTripsAndRepairsBadBytes)
     EXPECT_EQ(s.ToUTF8(), text);
 
     // Truncated, overlong and surrogate encodings each become U+FFFD.
-    const QVString bad = QVString::FromUTF8("a\xC3" "b\xC0\xAF" "c\xED\xA0\x80");
-    EXPECT_EQ(bad, u"a\xFFFD" u"b\xFFFD\xFFFD" u"c\xFFFD\xFFFD\xFFFD");
+    const QVString bad = QVString::FromUTF8("a\xC3"
+                                            "b\xC0\xAF"
+                                            "c\xED\xA0\x80");
+    EXPECT_EQ(bad, u"a\xFFFD"
+                   u"b\xFFFD\xFFFD"
+                   u"c\xFFFD\xFFFD\xFFFD");
     const char16_t lone[] = {u'x', 0xD800, u'y', 0};
     EXPECT_EQ(QVString(lone).ToUTF8(), "x\xEF\xBF\xBDy");
 }
@@ -294,15 +312,19 @@ TEST(QVStringTest, DecodeTextFollowsTheByteOrderMark)
 TEST(QVStringTest, CaseBlindCompareCoversTheWholeTable)
 {
     // Lower case by the Latin-1 rules, worked out apart from the tables.
-    auto expectedLower = [](int c) {
+    auto expectedLower = [](int c)
+    {
         const bool upper = (c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7);
         return upper ? c + 32 : c;
     };
-    for (int a = 1; a < 256; ++a) {
+    for (int a = 1; a < 256; ++a)
+    {
         const char16_t left[] = {static_cast<char16_t>(a), 0};
-        for (int b = 1; b < 256; ++b) {
+        for (int b = 1; b < 256; ++b)
+        {
             const char16_t right[] = {static_cast<char16_t>(b), 0};
-            ASSERT_EQ(QVString::CompareNoCase(left, right), expectedLower(a) - expectedLower(b)) << a << " " << b;
+            ASSERT_EQ(QVString::CompareNoCase(left, right), expectedLower(a) - expectedLower(b))
+                << a << " " << b;
         }
     }
     // Beyond the table, the platform's wide conversion.
@@ -311,7 +333,8 @@ TEST(QVStringTest, CaseBlindCompareCoversTheWholeTable)
     EXPECT_LT(QVString(u"abc").CompareNoCase(u"ABCD"), 0);
     EXPECT_EQ(QVString(u"abcd").CompareNoCase(u"ABC"), 'd');
     EXPECT_EQ(QVString(u"a").CompareNoCase(u"B"), -1);
-    EXPECT_EQ(QVString(u"\xD7").CompareNoCase(u"\xF7"), 0xD7 - 0xF7);  // times and divide are no letters
+    EXPECT_EQ(QVString(u"\xD7").CompareNoCase(u"\xF7"),
+              0xD7 - 0xF7);  // times and divide are no letters
     EXPECT_EQ(QVString(u"\xFF").ToUpper(), u"\x0178");
     EXPECT_EQ(QVString(u"\xB5").ToUpper(), u"\x039C");
     EXPECT_EQ(QVString(u"\xC9t\xC9").ToLower(), u"\xE9t\xE9");

@@ -4,7 +4,8 @@
 
 #include "core/QVStringPrint.h"
 
-namespace {
+namespace
+{
 
 QVString Attribute(const QVXml& xml, QVXml::Handle element, std::u16string_view name)
 {
@@ -18,11 +19,12 @@ QVString Attribute(const QVXml& xml, QVXml::Handle element, std::u16string_view 
 TEST(QVXml, ReadsElementsAttributesAndText)
 {
     QVXml xml;
-    ASSERT_TRUE(xml.Parse(QVString(u"<?xml version=\"1.0\"?>\r\n<!-- note -->\r\n"
-                                   u"<root a='1 > 0' b=\"x\" flag c=plain>\r\n"
-                                   u"  <child n=\"&lt;&amp;&#65;&#x42;&#x1F600;\">t&gt;1<![CDATA[<raw&amp;>]]></child>\r\n"
-                                   u"  <empty/>\r\n"
-                                   u"</root>")))
+    ASSERT_TRUE(xml.Parse(QVString(
+        u"<?xml version=\"1.0\"?>\r\n<!-- note -->\r\n"
+        u"<root a='1 > 0' b=\"x\" flag c=plain>\r\n"
+        u"  <child n=\"&lt;&amp;&#65;&#x42;&#x1F600;\">t&gt;1<![CDATA[<raw&amp;>]]></child>\r\n"
+        u"  <empty/>\r\n"
+        u"</root>")))
         << xml.GetError().ToUTF8();
     const QVXml::Handle root = xml.GetRoot();
     EXPECT_EQ(xml.GetName(root), QVString(u"root"));
@@ -54,8 +56,10 @@ TEST(QVXml, ReadsElementsAttributesAndText)
 
 TEST(QVXml, UnknownReferencesStayAsWritten)
 {
-    EXPECT_EQ(QVXml::Unescape(u"&nbsp; &#; &#x; &#12 &#0; &#x110000; a&b &amp"), u"&nbsp; &#; &#x; &#12 &#0; &#x110000; a&b &amp");
-    EXPECT_EQ(QVXml::Escape(u"<a href='x'>\"&\"</a>"), u"&lt;a href=&apos;x&apos;&gt;&quot;&amp;&quot;&lt;/a&gt;");
+    EXPECT_EQ(QVXml::Unescape(u"&nbsp; &#; &#x; &#12 &#0; &#x110000; a&b &amp"),
+              u"&nbsp; &#; &#x; &#12 &#0; &#x110000; a&b &amp");
+    EXPECT_EQ(QVXml::Escape(u"<a href='x'>\"&\"</a>"),
+              u"&lt;a href=&apos;x&apos;&gt;&quot;&amp;&quot;&lt;/a&gt;");
     EXPECT_EQ(QVXml::Unescape(QVXml::Escape(u"<&>'\"")), u"<&>'\"");
 }
 
@@ -88,8 +92,10 @@ TEST(QVXml, MismatchedEndTagClosesInnerElementsAndKeepsTheRest)
                                 u"</XMLPH>";
     QVXml xml;
     EXPECT_FALSE(xml.Parse(text));
-    EXPECT_EQ(xml.GetError(), QVString(u"No start tag for end tag 'item' at offset 39, "
-                                       u"End tag 'XMLPH' at offset 73 does not match start tag 'Item' at offset 23"));
+    EXPECT_EQ(
+        xml.GetError(),
+        QVString(u"No start tag for end tag 'item' at offset 39, "
+                 u"End tag 'XMLPH' at offset 73 does not match start tag 'Item' at offset 23"));
     const QVXml::Handle root = xml.GetRoot();
     const QVXml::Handle first = xml.GetFirstChild(root);
     const QVXml::Handle second = xml.GetNextSibling(first);
@@ -116,9 +122,12 @@ TEST(QVXml, MalformedPartsAreReportedWithOffsets)
         {u"<a><!-x--></a>", u"Incorrect comment tag at offset 3"},
         {u"<a></></a>", u"Incorrect tag at offset 3"},
         {u"<a></b></a>", u"No start tag for end tag 'b' at offset 3"},
-        {u"<a><!-- open</a>", u"Comment at offset 3 unterminated, Element 'a' at offset 0 not ended"},
-        {u"<a><![CDATA[x</a>", u"CDATA Section at offset 3 unterminated, Element 'a' at offset 0 not ended"},
-        {u"<a><?pi</a>", u"Processing instruction at offset 3 unterminated, Element 'a' at offset 0 not ended"},
+        {u"<a><!-- open</a>",
+         u"Comment at offset 3 unterminated, Element 'a' at offset 0 not ended"},
+        {u"<a><![CDATA[x</a>",
+         u"CDATA Section at offset 3 unterminated, Element 'a' at offset 0 not ended"},
+        {u"<a><?pi</a>",
+         u"Processing instruction at offset 3 unterminated, Element 'a' at offset 0 not ended"},
         {u"<!DOCTYPE a", u"Doctype at offset 0 unterminated, No root element"},
         {u"<a x=\"1>", u"Element tag at offset 0 unterminated, No root element"},
         {u"<a <b></b>", u"Element tag at offset 0 unterminated"},
@@ -164,10 +173,11 @@ TEST(QVXml, WriterBuildsTextThatReadsBack)
     const QVXml::Handle first = xml.AddElement(root, u"Item", u"a<b & 'c'");
     EXPECT_TRUE(xml.SetAttribute(first, u"Name", u"x\"y"));
     xml.AddElement(root, u"Item", u"2");
-    EXPECT_EQ(xml.GetDocumentText(), QVString(u"<Root version=\"1.0\">\r\n"
-                                              u"<Item Name=\"x&quot;y\">a&lt;b &amp; &apos;c&apos;</Item>\r\n"
-                                              u"<Item>2</Item>\r\n"
-                                              u"</Root>"));
+    EXPECT_EQ(xml.GetDocumentText(),
+              QVString(u"<Root version=\"1.0\">\r\n"
+                       u"<Item Name=\"x&quot;y\">a&lt;b &amp; &apos;c&apos;</Item>\r\n"
+                       u"<Item>2</Item>\r\n"
+                       u"</Root>"));
     // The table follows the edits, so the document reads like a parsed one.
     EXPECT_EQ(xml.GetText(first), QVString(u"a<b & 'c'"));
     EXPECT_EQ(Attribute(xml, first, u"Name"), QVString(u"x\"y"));

@@ -6,8 +6,8 @@
 
 #include <cmath>
 
-#include "effects/EqualizerPlugin.h"
 #include "EqualizerTestSupport.h"
+#include "effects/EqualizerPlugin.h"
 
 using namespace eqtest;
 
@@ -52,9 +52,11 @@ TEST(EqualizerDlg, SliderRules)
     for (char16_t c = u'0'; c <= u'n'; ++c)
     {
         const double shown = CEqualizerDlg::SliderFromCharacter(c);
-        EXPECT_NEAR(shown, CEqualizerEngine::GainFromValue(c - 48), 0.25 + 1e-12) << static_cast<int>(c);
+        EXPECT_NEAR(shown, CEqualizerEngine::GainFromValue(c - 48), 0.25 + 1e-12)
+            << static_cast<int>(c);
         EXPECT_EQ(std::fmod(shown * 2.0, 1.0), 0.0);
-        EXPECT_LE(std::abs(CEqualizerDlg::CharacterFromSlider(shown) - c), 1) << static_cast<int>(c);
+        EXPECT_LE(std::abs(CEqualizerDlg::CharacterFromSlider(shown) - c), 1)
+            << static_cast<int>(c);
     }
 }
 
@@ -72,7 +74,8 @@ TEST(EqualizerDlg, LabelsAndTexts)
     panel.MoveSlider(3, -7.5);
     EXPECT_EQ(Utf8(panel.GetSliderText(3)), "-7.5\r\ndB");
     EXPECT_EQ(Utf8(panel.GetPresetText()), "Custom");
-    EXPECT_EQ(Utf8(panel.GetDeleteQuestion(QVString(u"Rock"))), "Are you sure you want to delete 'Rock'?");
+    EXPECT_EQ(Utf8(panel.GetDeleteQuestion(QVString(u"Rock"))),
+              "Are you sure you want to delete 'Rock'?");
 }
 
 TEST(EqualizerDlg, MovingASliderUnderAPresetShowsCustomAndWritesTheSetting)
@@ -111,7 +114,8 @@ TEST(EqualizerDlg, ManageSaveDeleteAndReset)
     CEqualizerDlg panel(plugin);
     panel.Open();
     EXPECT_EQ(Names(panel.GetPresetNames()),
-              (std::vector<std::string>{"Blues", "Classical", "Country", "Flat", "Hip-Hop", "Live", "Rock"}));
+              (std::vector<std::string>{"Blues", "Classical", "Country", "Flat", "Hip-Hop", "Live",
+                                        "Rock"}));
 
     panel.MoveSlider(5, 6.0);
     EXPECT_FALSE(panel.SavePresetAs(QVString(u"Mine"), false));  // cancelled

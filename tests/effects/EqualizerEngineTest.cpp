@@ -18,8 +18,8 @@ namespace
 constexpr const char16_t* ROCK = u"OCCKKUUYYUUNNKKCCCCCC";
 
 // Runs the engine over a copy of the signal in blocks of `blockFrames`.
-std::vector<double> RunEngine(CEqualizerEngine& engine, std::vector<double> signal, int32_t channels, int32_t rate,
-                        int32_t blockFrames)
+std::vector<double> RunEngine(CEqualizerEngine& engine, std::vector<double> signal,
+                              int32_t channels, int32_t rate, int32_t blockFrames)
 {
     const int32_t frames = static_cast<int32_t>(signal.size()) / channels;
     for (int32_t done = 0; done < frames; done += blockFrames)
@@ -34,8 +34,9 @@ std::complex<double> ExpectedResponse(const CEqualizerEngine& engine, double fre
 {
     std::complex<double> response = std::pow(10.0, engine.GetPreampGain() / 20.0);
     for (int32_t band = 0; band < CEqualizerEngine::BAND_COUNT; ++band)
-        response *= PeakingResponse(CEqualizerEngine::BAND_FREQUENCIES[band], engine.GetBandGain(band),
-                                    CEqualizerEngine::BAND_Q, frequency, rate);
+        response *=
+            PeakingResponse(CEqualizerEngine::BAND_FREQUENCIES[band], engine.GetBandGain(band),
+                            CEqualizerEngine::BAND_Q, frequency, rate);
     return response;
 }
 }  // namespace
@@ -43,10 +44,12 @@ std::complex<double> ExpectedResponse(const CEqualizerEngine& engine, double fre
 TEST(EqualizerEngine, CharacterValuesAndGains)
 {
     // Worked by hand from (1 - v/31) x 12 dB.
-    EXPECT_EQ(CEqualizerEngine::GainFromValue(u'O' - 48), 0.0);  // exactly, so a flat band does no work
+    EXPECT_EQ(CEqualizerEngine::GainFromValue(u'O' - 48),
+              0.0);  // exactly, so a flat band does no work
     EXPECT_DOUBLE_EQ(CEqualizerEngine::GainFromValue(u'0' - 48), 12.0);
     EXPECT_DOUBLE_EQ(CEqualizerEngine::GainFromValue(u'n' - 48), -12.0);
-    EXPECT_NEAR(CEqualizerEngine::GainFromValue(u'C' - 48), 144.0 / 31.0, 1e-12);  // v = 19: 12 x 12/31
+    EXPECT_NEAR(CEqualizerEngine::GainFromValue(u'C' - 48), 144.0 / 31.0,
+                1e-12);  // v = 19: 12 x 12/31
 
     CEqualizerEngine engine;
     EXPECT_FALSE(engine.active);
@@ -69,8 +72,8 @@ TEST(EqualizerEngine, CharacterValuesAndGains)
 TEST(EqualizerEngine, BandsAreTwentyPeaksAtQTwo)
 {
     CEqualizerEngine engine;
-    const double expected[] = {31.25, 48, 62.5, 90, 125, 175, 250, 375, 500, 750,
-                               1000, 1500, 2000, 3000, 4000, 6000, 8000, 12000, 16000, 20000};
+    const double expected[] = {31.25, 48,   62.5, 90,   125,  175,  250,  375,   500,   750,
+                               1000,  1500, 2000, 3000, 4000, 6000, 8000, 12000, 16000, 20000};
     for (int32_t band = 0; band < CEqualizerEngine::BAND_COUNT; ++band)
     {
         const CParametricIIRFilter& filter = engine.GetBand(band);
@@ -84,17 +87,23 @@ TEST(EqualizerEngine, BandsAreTwentyPeaksAtQTwo)
 TEST(EqualizerEngine, ElevenCharacterSettingsAreDoubledInPlace)
 {
     // Rock with each pair stored once.
-    EXPECT_EQ(CEqualizerEngine::ExpandLegacySetting(QVString(u"OCKUYUNKCCC")).ToUTF8(), "OCCKKUUYYUUNNKKCCCCCC");
-    EXPECT_EQ(CEqualizerEngine::ExpandLegacySetting(QVString(u"0123456789a")).ToUTF8(), "0112233445566778899aa");
+    EXPECT_EQ(CEqualizerEngine::ExpandLegacySetting(QVString(u"OCKUYUNKCCC")).ToUTF8(),
+              "OCCKKUUYYUUNNKKCCCCCC");
+    EXPECT_EQ(CEqualizerEngine::ExpandLegacySetting(QVString(u"0123456789a")).ToUTF8(),
+              "0112233445566778899aa");
     // Other lengths stay as they are.
-    EXPECT_EQ(CEqualizerEngine::ExpandLegacySetting(QVString(ROCK)).ToUTF8(), "OCCKKUUYYUUNNKKCCCCCC");
-    EXPECT_EQ(CEqualizerEngine::ExpandLegacySetting(QVString(u"OCKUYUNKCC")).ToUTF8(), "OCKUYUNKCC");
+    EXPECT_EQ(CEqualizerEngine::ExpandLegacySetting(QVString(ROCK)).ToUTF8(),
+              "OCCKKUUYYUUNNKKCCCCCC");
+    EXPECT_EQ(CEqualizerEngine::ExpandLegacySetting(QVString(u"OCKUYUNKCC")).ToUTF8(),
+              "OCKUYUNKCC");
 
     EXPECT_TRUE(CEqualizerEngine::IsWellFormedSetting(QVString(ROCK)));
     EXPECT_TRUE(CEqualizerEngine::IsWellFormedSetting(QVString(u"0nnnnnnnnnnnnnnnnnnnn")));
     EXPECT_FALSE(CEqualizerEngine::IsWellFormedSetting(QVString(u"OCKUYUNKCCC")));
-    EXPECT_FALSE(CEqualizerEngine::IsWellFormedSetting(QVString(u"OOOOOOOOOOOOOOOOOOOOo")));  // 'o' is 63
-    EXPECT_FALSE(CEqualizerEngine::IsWellFormedSetting(QVString(u"OOOOOOOOOOOOOOOOOOOO/")));  // below '0'
+    EXPECT_FALSE(
+        CEqualizerEngine::IsWellFormedSetting(QVString(u"OOOOOOOOOOOOOOOOOOOOo")));  // 'o' is 63
+    EXPECT_FALSE(
+        CEqualizerEngine::IsWellFormedSetting(QVString(u"OOOOOOOOOOOOOOOOOOOO/")));  // below '0'
 }
 
 TEST(EqualizerEngine, FlatSettingIsBitExactAndDoesNoFilterWork)
@@ -128,12 +137,15 @@ TEST(EqualizerEngine, SineGainAtEveryCentreMatchesTheAnalyticCascade)
             fresh.ApplySetting(QVString(setting));
             // 1.5 s: even the lowest band has settled after the first second.
             const std::vector<double> output =
-                RunEngine(fresh, qvtest::Sine(72000, 2, frequency, rate, 0.25), 2, static_cast<int32_t>(rate), 4096);
+                RunEngine(fresh, qvtest::Sine(72000, 2, frequency, rate, 0.25), 2,
+                          static_cast<int32_t>(rate), 4096);
             const double expectedDb = Db(std::abs(ExpectedResponse(engine, frequency, rate)));
             for (int32_t channel = 0; channel < 2; ++channel)
             {
-                const double measuredDb = Db(ToneAmplitude(output, 2, channel, frequency, rate, 24000) / 0.25);
-                EXPECT_NEAR(measuredDb, expectedDb, 0.01) << "band " << band + 1 << " channel " << channel;
+                const double measuredDb =
+                    Db(ToneAmplitude(output, 2, channel, frequency, rate, 24000) / 0.25);
+                EXPECT_NEAR(measuredDb, expectedDb, 0.01)
+                    << "band " << band + 1 << " channel " << channel;
             }
         }
     }
@@ -146,10 +158,13 @@ TEST(EqualizerEngine, TopBandWorksAt44100AndIsTransparentAt32000)
     {
         CEqualizerEngine engine;
         engine.ApplySetting(setting);
-        const std::vector<double> output = RunEngine(engine, qvtest::Sine(44100, 2, 20000.0, 44100.0, 0.25), 2, 44100, 1024);
-        const double expectedDb = Db(std::abs(PeakingResponse(20000.0, 12.0, 2.0, 20000.0, 44100.0)));
+        const std::vector<double> output =
+            RunEngine(engine, qvtest::Sine(44100, 2, 20000.0, 44100.0, 0.25), 2, 44100, 1024);
+        const double expectedDb =
+            Db(std::abs(PeakingResponse(20000.0, 12.0, 2.0, 20000.0, 44100.0)));
         EXPECT_NEAR(expectedDb, 12.0, 1e-9);  // a peak has its full gain at its centre
-        EXPECT_NEAR(Db(ToneAmplitude(output, 2, 0, 20000.0, 44100.0, 22050) / 0.25), expectedDb, 0.01);
+        EXPECT_NEAR(Db(ToneAmplitude(output, 2, 0, 20000.0, 44100.0, 22050) / 0.25), expectedDb,
+                    0.01);
     }
     {
         // 20000 Hz lies above 99% of 16000 Hz: no section, output = input.
@@ -164,7 +179,8 @@ TEST(EqualizerEngine, TopBandWorksAt44100AndIsTransparentAt32000)
 TEST(EqualizerEngine, OutputDoesNotDependOnBlockSizes)
 {
     const std::vector<double> input = qvtest::Noise(5000, 3, 11, 0.5);
-    auto run = [&](int32_t blockFrames) {
+    auto run = [&](int32_t blockFrames)
+    {
         CEqualizerEngine engine;
         engine.ApplySetting(QVString(u"E0nOa7ZOI3kOQOOOfO00O"));
         return RunEngine(engine, input, 3, 44100, blockFrames);
@@ -207,13 +223,16 @@ TEST(EqualizerEngine, EqualsTheBandFiltersRunOneAfterAnother)
         CParametricVolumeFilter preamp(PARAMETRIC_VOLUME, true);
         UserChannelBuffer scratch;
         const CAudioFormat format(64, rate, static_cast<uint16_t>(channels));
-        auto runReference = [&](std::vector<double>& block) {
+        auto runReference = [&](std::vector<double>& block)
+        {
             preamp.SetGain(reference.GetPreampGain());
-            preamp.Process(block.data(), static_cast<int32_t>(block.size()) / channels, &format, &scratch);
+            preamp.Process(block.data(), static_cast<int32_t>(block.size()) / channels, &format,
+                           &scratch);
             for (int32_t band = 0; band < CEqualizerEngine::BAND_COUNT; ++band)
             {
                 bands[band]->SetGain(reference.GetBandGain(band));
-                bands[band]->Process(block.data(), static_cast<int32_t>(block.size()) / channels, &format, &scratch);
+                bands[band]->Process(block.data(), static_cast<int32_t>(block.size()) / channels,
+                                     &format, &scratch);
             }
         };
         // Two settings in a row: the second restarts every changed band's history.

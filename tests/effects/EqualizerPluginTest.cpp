@@ -5,10 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include "EqualizerTestSupport.h"
 #include "effects/EqualizerDlg.h"
 #include "frame/PluginFactory.h"
 #include "support/AllocationCounter.h"
-#include "EqualizerTestSupport.h"
 
 using namespace eqtest;
 
@@ -70,7 +70,8 @@ TEST(EqualizerPlugin, WholeRunsDoNotDependOnBlockSizes)
     ScopedStore store;
     store.Write(CURRENT_KEY, u"Settings", u"E0nOa7ZOI3kOQOOOfO00O");
     const std::vector<double> input = qvtest::Noise(6000, 6, 4, 0.5);
-    auto run = [&](const std::vector<int32_t>& pattern) {
+    auto run = [&](const std::vector<int32_t>& pattern)
+    {
         CEqualizerDSPPlugin plugin(nullptr, 1);
         plugin.SetFormat(CAudioFormat(64, 48000, 6));
         return qvtest::RunInBlockPattern(plugin, input, 6, pattern);

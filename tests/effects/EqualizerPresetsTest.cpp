@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-#include "effects/EqualizerPlugin.h"
 #include "EqualizerTestSupport.h"
+#include "effects/EqualizerPlugin.h"
 
 using namespace eqtest;
 

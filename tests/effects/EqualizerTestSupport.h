@@ -24,7 +24,8 @@ inline constexpr const char16_t* LEGACY_PRESETS_KEY = u"Plugins\\DSP\\QM DSP\\EQ
 
 // The peaking section of the design formulas (A = 10^(gain/40),
 // alpha = sin(w0) / 2Q), evaluated on the unit circle at `frequency`.
-inline std::complex<double> PeakingResponse(double centre, double gainDb, double q, double frequency, double rate)
+inline std::complex<double> PeakingResponse(double centre, double gainDb, double q,
+                                            double frequency, double rate)
 {
     if (gainDb == 0.0 || centre > rate * 0.5 * 0.99)
         return 1.0;
@@ -33,15 +34,17 @@ inline std::complex<double> PeakingResponse(double centre, double gainDb, double
     const double alpha = std::sin(w0) / (2.0 * q);
     const std::complex<double> z1 = std::polar(1.0, -2.0 * M_PI * frequency / rate);
     const std::complex<double> z2 = z1 * z1;
-    const std::complex<double> numerator = (1.0 + alpha * a) - 2.0 * std::cos(w0) * z1 + (1.0 - alpha * a) * z2;
-    const std::complex<double> denominator = (1.0 + alpha / a) - 2.0 * std::cos(w0) * z1 + (1.0 - alpha / a) * z2;
+    const std::complex<double> numerator =
+        (1.0 + alpha * a) - 2.0 * std::cos(w0) * z1 + (1.0 - alpha * a) * z2;
+    const std::complex<double> denominator =
+        (1.0 + alpha / a) - 2.0 * std::cos(w0) * z1 + (1.0 - alpha / a) * z2;
     return numerator / denominator;
 }
 
 // Amplitude of the component at `frequency` in one channel of an interleaved
 // signal, over the last whole periods that fit in `windowFrames`.
-inline double ToneAmplitude(const std::vector<double>& signal, int32_t channels, int32_t channel, double frequency,
-                            double rate, int32_t windowFrames)
+inline double ToneAmplitude(const std::vector<double>& signal, int32_t channels, int32_t channel,
+                            double frequency, double rate, int32_t windowFrames)
 {
     const int64_t frames = static_cast<int64_t>(signal.size()) / channels;
     const double period = rate / frequency;

@@ -52,7 +52,8 @@ TEST(BiquadFileText, SectionsHeadersAndValues)
     double rows[10][6] = {};
     // Header in any case with anything behind it, values in any case, in any
     // order, with comma decimals, exponents and trailing commas.
-    ASSERT_EQ(Parse(u"BiQuad1 peak at 1 kHz\nB0=1,5e-1,\na1=-1.25\nA2=+2.5E+1\nbiquad2\nb2=3", rows), 2);
+    ASSERT_EQ(
+        Parse(u"BiQuad1 peak at 1 kHz\nB0=1,5e-1,\na1=-1.25\nA2=+2.5E+1\nbiquad2\nb2=3", rows), 2);
     ExpectRow(rows[0], {1.0, -1.25, 25.0, 0.15, 1.0, 1.0});
     ExpectRow(rows[1], {1.0, 1.0, 1.0, 1.0, 1.0, 3.0});
 
@@ -100,7 +101,9 @@ TEST_F(BiquadFileTest, MeasurementExportWithByteOrderMarkAndWindowsLineEnds)
     {
         const double* c = peak.coefficients;
         char section[300];
-        std::snprintf(section, sizeof section, "biquad%d,\r\nb0=%.17g,\r\nb1=%.17g,\r\nb2=%.17g,\r\na0=%d,\r\na1=%.17g,\r\na2=%.17g,\r\n",
+        std::snprintf(section, sizeof section,
+                      "biquad%d,\r\nb0=%.17g,\r\nb1=%.17g,\r\nb2=%.17g,\r\na0=%d,\r\na1=%.17g,"
+                      "\r\na2=%.17g,\r\n",
                       k, k * c[0], k * c[1], k * c[2], k, k * c[3], k * c[4]);
         text += section;
     }
@@ -126,12 +129,14 @@ TEST_F(BiquadFileTest, UnreadableEmptyOrHeaderlessFilesGiveATransparentFilter)
 {
     const QVString files[] = {QVString::FromUTF8((folder / "missing.txt").string()),
                               QVString::FromUTF8(folder.string()), Write("empty.txt", ""),
-                              Write("notes.txt", "\xEF\xBB\xBF" "filter settings\r\nbiquad1,\r\nb0=2,\r\n"),
+                              Write("notes.txt", "\xEF\xBB\xBF"
+                                                 "filter settings\r\nbiquad1,\r\nb0=2,\r\n"),
                               QVString()};
     for (const QVString& file : files)
     {
         CIIRFilter f;
-        EXPECT_TRUE(f.Design(IIR_CUSTOM_FILE, 48000.0, 1000.0, 0.0, 1.0, true, file)) << file.ToUTF8();
+        EXPECT_TRUE(f.Design(IIR_CUSTOM_FILE, 48000.0, 1000.0, 0.0, 1.0, true, file))
+            << file.ToUTF8();
         EXPECT_EQ(f.sectionCount, 0u);
         EXPECT_EQ(f.Process(0.3), 0.3);
     }

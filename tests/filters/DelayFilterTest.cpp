@@ -62,7 +62,8 @@ TEST(DelayFilter, MillisecondsRoundOnBytes)
     // 16-bit stereo at 44100 Hz: 176400 bytes per second, 4 bytes a frame.
     CAudioFormat cd;
     EXPECT_EQ(CDelayFilter<double>::FramesForMilliseconds(cd, 10.0), 441);
-    EXPECT_EQ(CDelayFilter<double>::FramesForMilliseconds(cd, 1.0), 44);  // 176.4 bytes -> 176 -> 44 frames
+    EXPECT_EQ(CDelayFilter<double>::FramesForMilliseconds(cd, 1.0),
+              44);  // 176.4 bytes -> 176 -> 44 frames
     // 0.042 ms is 7.4 bytes, 1.85 frames: the bytes round to 7, one frame.
     EXPECT_EQ(CDelayFilter<double>::FramesForMilliseconds(cd, 0.042), 1);
     // 24-bit, six channels at 48000 Hz: 18 bytes a frame.

@@ -117,15 +117,17 @@ TEST(IIRFilter, ButterworthAndFirstOrderMatchAnalyticMagnitude)
     {
         for (bool highPass : {false, true})
         {
-            const int kind = order == 1 ? (highPass ? IIR_HIGHPASS_6 : IIR_LOWPASS_6)
-                                        : (highPass ? IIR_HIGHPASS_12 : IIR_LOWPASS_12) + order / 2 - 1;
+            const int kind = order == 1
+                                 ? (highPass ? IIR_HIGHPASS_6 : IIR_LOWPASS_6)
+                                 : (highPass ? IIR_HIGHPASS_12 : IIR_LOWPASS_12) + order / 2 - 1;
             CIIRFilter f = Designed(kind, rate, cutoff, 0.0, Butterworth);
             EXPECT_EQ(f.analogPrototype, order > 1);
             EXPECT_NEAR(ResponseDb(f, cutoff), -3.0103, 1e-4) << "kind " << kind;
             for (double hz : {20.0, 300.0, 700.0, 1500.0, 5000.0, 15000.0})
             {
                 const double ratio = std::tan(Pi * hz / rate) / warpedCutoff;
-                const double analytic = -10.0 * std::log10(1.0 + std::pow(highPass ? 1.0 / ratio : ratio, 2.0 * order));
+                const double analytic =
+                    -10.0 * std::log10(1.0 + std::pow(highPass ? 1.0 / ratio : ratio, 2.0 * order));
                 EXPECT_NEAR(ResponseDb(f, hz), analytic, 1e-6) << "kind " << kind << " at " << hz;
             }
         }
@@ -144,14 +146,15 @@ TEST(IIRFilter, PeakingBandPassShelfAndAllPassGains)
     };
     // Shelves pass half their gain in dB at the corner.
     const Probe probes[] = {
-        {IIR_PEAKING, 6.0, 1.4, centre, 6.0},      {IIR_PEAKING, 6.0, 1.4, 0.0, 0.0},
-        {IIR_PEAKING, 6.0, 1.4, nyquist, 0.0},     {IIR_BANDPASS, 0.0, 2.0, centre, 0.0},
-        {IIR_LOWSHELF, -9.0, 0.7, 0.0, -9.0},      {IIR_LOWSHELF, -9.0, 0.7, centre, -4.5},
-        {IIR_LOWSHELF, -9.0, 0.7, nyquist, 0.0},   {IIR_HIGHSHELF, 9.0, 0.7, 0.0, 0.0},
-        {IIR_HIGHSHELF, 9.0, 0.7, centre, 4.5},    {IIR_HIGHSHELF, 9.0, 0.7, nyquist, 9.0},
+        {IIR_PEAKING, 6.0, 1.4, centre, 6.0},    {IIR_PEAKING, 6.0, 1.4, 0.0, 0.0},
+        {IIR_PEAKING, 6.0, 1.4, nyquist, 0.0},   {IIR_BANDPASS, 0.0, 2.0, centre, 0.0},
+        {IIR_LOWSHELF, -9.0, 0.7, 0.0, -9.0},    {IIR_LOWSHELF, -9.0, 0.7, centre, -4.5},
+        {IIR_LOWSHELF, -9.0, 0.7, nyquist, 0.0}, {IIR_HIGHSHELF, 9.0, 0.7, 0.0, 0.0},
+        {IIR_HIGHSHELF, 9.0, 0.7, centre, 4.5},  {IIR_HIGHSHELF, 9.0, 0.7, nyquist, 9.0},
     };
     for (const Probe& p : probes)
-        EXPECT_NEAR(ResponseDb(Designed(p.kind, rate, centre, p.gain, p.q), p.hz), p.expectedDb, 1e-9)
+        EXPECT_NEAR(ResponseDb(Designed(p.kind, rate, centre, p.gain, p.q), p.hz), p.expectedDb,
+                    1e-9)
             << "kind " << p.kind << " at " << p.hz;
     EXPECT_LT(ResponseDb(Designed(IIR_BANDPASS, rate, centre, 0.0, 2.0), 10.0), -40.0);
     // The running filter agrees with the response of its coefficients.
@@ -169,8 +172,10 @@ TEST(IIRFilter, PeakingBandPassShelfAndAllPassGains)
     {
         CIIRFilter at5 = Designed(kind, rate, centre, 6.0, 5.0);
         CIIRFilter at20 = Designed(kind, rate, centre, 6.0, 20.0);
-        EXPECT_EQ(kind != IIR_PEAKING, 0 == std::memcmp(at5.coefficients, at20.coefficients, sizeof at5.coefficients));
-        EXPECT_NE(0, std::memcmp(at5.coefficients, Designed(kind, rate, centre, 6.0, 4.0).coefficients, 40));
+        EXPECT_EQ(kind != IIR_PEAKING,
+                  0 == std::memcmp(at5.coefficients, at20.coefficients, sizeof at5.coefficients));
+        EXPECT_NE(0, std::memcmp(at5.coefficients,
+                                 Designed(kind, rate, centre, 6.0, 4.0).coefficients, 40));
     }
 
     CIIRFilter allPass = Designed(IIR_ALLPASS, 48000.0, 3000.0, 0.0, 0.9);
@@ -185,9 +190,16 @@ TEST(IIRFilter, KWeightingFollowsTheLoudnessCurveAtAnyRate)
     // The published 48 kHz coefficients of the loudness weighting.
     CIIRFilter f = Designed(IIR_KWEIGHTING, 48000.0, 1000.0, 0.0, 1.0);
     ASSERT_EQ(f.sectionCount, 2u);
-    const double published[10] = {1.53512485958697,  -2.69169618940638, 1.19839281085285, -1.69065929318241,
-                                  0.73248077421585,  1.0,               -2.0,             1.0,
-                                  -1.99004745483398, 0.99007225036621};
+    const double published[10] = {1.53512485958697,
+                                  -2.69169618940638,
+                                  1.19839281085285,
+                                  -1.69065929318241,
+                                  0.73248077421585,
+                                  1.0,
+                                  -2.0,
+                                  1.0,
+                                  -1.99004745483398,
+                                  0.99007225036621};
     for (int i = 0; i < 10; ++i)
         EXPECT_NEAR(f.coefficients[i], published[i], 1e-9) << i;
     for (double rate : {48000.0, 44100.0})
@@ -227,9 +239,8 @@ TEST(IIRFilter, FixedTableAndTransparentDesigns)
 TEST(IIRFilter, RangesAndUnknownKinds)
 {
     CIIRFilter f;
-    auto design = [&](int kind, double rate, double hz, double gain, double q) {
-        return f.Design(kind, rate, hz, gain, q, true, NoFile);
-    };
+    auto design = [&](int kind, double rate, double hz, double gain, double q)
+    { return f.Design(kind, rate, hz, gain, q, true, NoFile); };
     EXPECT_FALSE(design(IIR_LOWPASS_12, 999.9, 100.0, 0.0, 1.0));
     EXPECT_TRUE(design(IIR_LOWPASS_12, 1000.0, 100.0, 0.0, 1.0));
     EXPECT_TRUE(design(IIR_PEAKING, 1e7, 1e6, 1000.0, 10000.0));
@@ -248,7 +259,8 @@ TEST(IIRFilter, UnchangedDesignKeepsStateAndAnyChangeClearsIt)
     const double rate = 48000.0, hz = 500.0, gain = 3.0, q = 1.2;
     for (int kind : {IIR_LOWPASS_24, IIR_PEAKING})
     {
-        auto primed = [&] {
+        auto primed = [&]
+        {
             CIIRFilter f = Designed(kind, rate, hz, gain, q);
             for (int n = 0; n < 100; ++n)
                 f.Process(std::sin(n * 0.3));
@@ -314,9 +326,12 @@ TEST(IIRFilter, FlushTurnsADecayingTailIntoExactZeros)
     };
     // A sharp resonance far below the rate is kicked again by each flush of a
     // value near 1e-150 and keeps ringing there: still far from subnormal.
-    const Case cases[] = {{IIR_LOWPASS_48, 1000.0, 0.0, Butterworth, true}, {IIR_HIGHPASS_24, 100.0, 0.0, Butterworth, true},
-                          {IIR_PEAKING, 1000.0, 6.0, 1.0, true},            {IIR_HIGHPASS_6, 50.0, 0.0, 1.0, true},
-                          {IIR_KWEIGHTING, 1000.0, 0.0, 1.0, true},         {IIR_LOWPASS_48, 200.0, 0.0, 4.0, false}};
+    const Case cases[] = {{IIR_LOWPASS_48, 1000.0, 0.0, Butterworth, true},
+                          {IIR_HIGHPASS_24, 100.0, 0.0, Butterworth, true},
+                          {IIR_PEAKING, 1000.0, 6.0, 1.0, true},
+                          {IIR_HIGHPASS_6, 50.0, 0.0, 1.0, true},
+                          {IIR_KWEIGHTING, 1000.0, 0.0, 1.0, true},
+                          {IIR_LOWPASS_48, 200.0, 0.0, 4.0, false}};
     for (const Case& c : cases)
     {
         CIIRFilter f = Designed(c.kind, 44100.0, c.hz, c.gain, c.q);

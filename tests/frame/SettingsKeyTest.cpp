@@ -16,7 +16,8 @@
 #include "host/SettingsStore.h"
 #include "support/TestTools.h"
 
-namespace {
+namespace
+{
 
 // Tools whose keys open in a file of the test's own.
 class FileTools : public qvtest::TestTools
@@ -50,7 +51,10 @@ protected:
         std::filesystem::remove_all(folder);
     }
 
-    CFileSettingsKey Raw(const std::string& keyPath) { return CFileSettingsKey(tools->path, keyPath, false); }
+    CFileSettingsKey Raw(const std::string& keyPath)
+    {
+        return CFileSettingsKey(tools->path, keyPath, false);
+    }
 
     std::string folder;
     std::unique_ptr<FileTools> tools;
@@ -59,12 +63,12 @@ protected:
 
 const char16_t* const kLegacyPath = u"Plugins\\DSP\\QM DSP";
 
-
 }  // namespace
 
 TEST_F(ZoneSettingsKeyTest, PathsAndLegacyNames)
 {
-    EXPECT_EQ(CZoneSettingsKey::ZoneKeyPath(2, u"Tempo & Pitch"), QVString(u"Zones\\2\\Tempo & Pitch"));
+    EXPECT_EQ(CZoneSettingsKey::ZoneKeyPath(2, u"Tempo & Pitch"),
+              QVString(u"Zones\\2\\Tempo & Pitch"));
     EXPECT_EQ(CZoneSettingsKey::ZoneKeyPath(QVZONE_GLOBAL, u"Equalizer\\Presets"),
               QVString(u"Zones\\Global\\Equalizer\\Presets"));
     EXPECT_EQ(CZoneSettingsKey::ZoneKeyPath(0, u""), QVString(u"Zones\\0"));
@@ -74,8 +78,8 @@ TEST_F(ZoneSettingsKeyTest, PathsAndLegacyNames)
     EXPECT_EQ(prefixed.GetLegacyName(u"Settings"), QVString(u"Effects - Settings"));
     CZoneSettingsKey plain(1, u"Tempo & Pitch", kLegacyPath, u"");
     EXPECT_EQ(plain.GetLegacyName(u"Tempo"), QVString(u"Tempo"));
-    EXPECT_EQ(tools->opened, (std::vector<QVString>{u"Zones\\1\\Effects", kLegacyPath, u"Zones\\1\\Tempo & Pitch",
-                                                    kLegacyPath}));
+    EXPECT_EQ(tools->opened, (std::vector<QVString>{u"Zones\\1\\Effects", kLegacyPath,
+                                                    u"Zones\\1\\Tempo & Pitch", kLegacyPath}));
 
     CZoneSettingsKey noLegacy(1, u"Audio Settings", u"", u"");
     EXPECT_EQ(noLegacy.GetLegacyKey(), nullptr);
@@ -135,7 +139,8 @@ TEST_F(ZoneSettingsKeyTest, NumbersAsText)
 {
     CZoneSettingsKey key(QVZONE_GLOBAL, u"Tempo & Pitch", kLegacyPath, u"");
     EXPECT_EQ(key.ReadDouble(u"Tempo", 1.25), 1.25);
-    Raw("Plugins\\DSP\\QM DSP").WriteString(u"Tempo", u"0,75");  // written where "," is the decimal mark
+    Raw("Plugins\\DSP\\QM DSP")
+        .WriteString(u"Tempo", u"0,75");  // written where "," is the decimal mark
     EXPECT_EQ(key.ReadDouble(u"Tempo", 1.25), 0.75);
     EXPECT_TRUE(key.WriteDouble(u"Tempo", 0.1));
     EXPECT_EQ(key.ReadDouble(u"Tempo", 1.25), 0.1);
@@ -153,7 +158,8 @@ TEST_F(ZoneSettingsKeyTest, SettingsBlob)
     EXPECT_FALSE(key.ReadSettingsBlob(values, size));
 
     // A 24-byte value is some other record: it counts as absent.
-    const uint8_t longer[24] = {9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9};
+    const uint8_t longer[24] = {9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9,
+                                9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9, 9};
     Raw("Zones\\1\\Effects").WriteBinary(u"Settings", longer, 24);
     EXPECT_FALSE(key.ReadSettingsBlob(values, size));
     EXPECT_EQ(size, 20);
@@ -161,7 +167,8 @@ TEST_F(ZoneSettingsKeyTest, SettingsBlob)
 
     // The old key serves when the zone key has none that fits.
     const int32_t old[5] = {0, 3, 1, 0, 1};
-    Raw("Plugins\\DSP\\QM DSP").WriteBinary(QVSettingsZoneValueName(u"Effects - Settings", 1).c_str(), old, 20);
+    Raw("Plugins\\DSP\\QM DSP")
+        .WriteBinary(QVSettingsZoneValueName(u"Effects - Settings", 1).c_str(), old, 20);
     EXPECT_TRUE(key.ReadSettingsBlob(values, size));
     EXPECT_EQ(std::memcmp(values, old, sizeof values), 0);
 
@@ -200,7 +207,8 @@ TEST_F(ZoneSettingsKeyTest, MissingToolsGiveSilentDefaults)
 
 TEST_F(ZoneSettingsKeyTest, PresetsKeyListsItsValueNames)
 {
-    CZoneSettingsKey presets(QVZONE_GLOBAL, u"Equalizer\\Presets", u"Plugins\\DSP\\QM DSP\\EQ Presets", u"");
+    CZoneSettingsKey presets(QVZONE_GLOBAL, u"Equalizer\\Presets",
+                             u"Plugins\\DSP\\QM DSP\\EQ Presets", u"");
     presets.WriteString(u"Rock", u"0,1,2");
     presets.WriteString(u"Flat", u"0,0,0");
     EXPECT_EQ(QVListValueNames(*presets.GetZoneKey()), (std::vector<QVString>{u"Flat", u"Rock"}));
@@ -218,10 +226,13 @@ TEST(BuiltinToolsSettings, KeysOpenInTheFileOfTheEnvironment)
     ::setenv("QVDSP_SETTINGS", file.c_str(), 1);
 
     CBuiltinTools tools(0);
-    std::unique_ptr<IQVSettingsKey> key(tools.GetPluginKeyObject(u"Zones\\Global\\Analyzer", false));
+    std::unique_ptr<IQVSettingsKey> key(
+        tools.GetPluginKeyObject(u"Zones\\Global\\Analyzer", false));
     ASSERT_NE(key, nullptr);
     EXPECT_TRUE(key->WriteInt(u"High Resolution", 1));
-    EXPECT_EQ(CFileSettingsKey(file, "Zones\\Global\\Analyzer", false).ReadInt(u"High Resolution", 0, 0), 1);
+    EXPECT_EQ(
+        CFileSettingsKey(file, "Zones\\Global\\Analyzer", false).ReadInt(u"High Resolution", 0, 0),
+        1);
 
     if (kept != nullptr)
         ::setenv("QVDSP_SETTINGS", keptValue.c_str(), 1);

@@ -15,7 +15,8 @@
 #include "core/QVStringPrint.h"
 #include "support/TestTools.h"
 
-namespace {
+namespace
+{
 
 class SettingsStoreTest : public ::testing::Test
 {
@@ -52,7 +53,8 @@ protected:
     std::string path;
 };
 
-QVString ReadText(IQVSettingsKey& key, const char16_t* name, const char16_t* defaultValue, int32_t zone = 0)
+QVString ReadText(IQVSettingsKey& key, const char16_t* name, const char16_t* defaultValue,
+                  int32_t zone = 0)
 {
     return QVReadSettingsString(key, name, defaultValue, zone);
 }
@@ -71,12 +73,13 @@ TEST_F(SettingsStoreTest, ValuesKeepTheirTypes)
     ASSERT_TRUE(key.WriteBinary(u"Settings", blob, 4));
     ASSERT_TRUE(key.WriteString(u"Number text", u"-42"));
 
-    CFileSettingsKey again = Key("\\Zones\\\\Global\\Tempo & Pitch\\");  // the same key, written untidily
+    CFileSettingsKey again =
+        Key("\\Zones\\\\Global\\Tempo & Pitch\\");  // the same key, written untidily
     EXPECT_EQ(again.ReadInt(u"Enabled", 0, 0), -2147483647 - 1);
     EXPECT_EQ(ReadText(again, u"Tempo", u"x"), QVString(u"1,25 \u00e9\u4e2d"));
     EXPECT_EQ(ReadText(again, u"Enabled", u"x"), QVString(u"-2147483648"));
     EXPECT_EQ(again.ReadInt(u"Number text", 0, 0), -42);
-    EXPECT_EQ(again.ReadInt(u"Tempo", 5, 0), 5);           // text that is no integer
+    EXPECT_EQ(again.ReadInt(u"Tempo", 5, 0), 5);                    // text that is no integer
     EXPECT_EQ(ReadText(again, u"Settings", u"d"), QVString(u"d"));  // bytes are no text
     QVDllBuffer buffer;
     ASSERT_TRUE(again.ReadBinary(u"Settings", &buffer, 0));
@@ -129,7 +132,9 @@ TEST_F(SettingsStoreTest, FileIsSortedIndentedAndChangesOnlyWhereValuesChange)
     EXPECT_EQ(FileText(), changed);
 
     // Writing the value that is there already leaves the file untouched.
-    struct stat before {}, after {};
+    struct stat before
+    {
+    }, after{};
     ASSERT_EQ(::stat(path.c_str(), &before), 0);
     EXPECT_TRUE(key.WriteInt(u"a", 2));
     ASSERT_EQ(::stat(path.c_str(), &after), 0);
@@ -165,7 +170,8 @@ TEST_F(SettingsStoreTest, DeletingAndListing)
     EXPECT_EQ(QVListValueNames(eq), (std::vector<QVString>{u"Classic", u"Jazz", u"Rock"}));
     EXPECT_EQ(QVListSubkeyNames(*std::make_unique<CFileSettingsKey>(Key("Zones"))),
               (std::vector<QVString>{u"1", u"Global"}));
-    EXPECT_EQ(QVListSubkeyNames(*std::make_unique<CFileSettingsKey>(Key(""))), (std::vector<QVString>{u"Zones"}));
+    EXPECT_EQ(QVListSubkeyNames(*std::make_unique<CFileSettingsKey>(Key(""))),
+              (std::vector<QVString>{u"Zones"}));
     EXPECT_EQ(QVListSubkeyNames(*std::make_unique<CFileSettingsKey>(Key("Zones\\1\\Headphones"))),
               (std::vector<QVString>{u"Deep"}));
 
@@ -173,12 +179,14 @@ TEST_F(SettingsStoreTest, DeletingAndListing)
     EXPECT_EQ(QVListValueNames(eq), (std::vector<QVString>{u"Classic", u"Rock"}));
     EXPECT_TRUE(eq.DeleteAllValues());
     EXPECT_TRUE(QVListValueNames(eq).empty());
-    EXPECT_EQ(Key("Zones\\Global\\Equalizer").ReadInt(u"Enabled", 0, 0), 1);  // the parent keeps its values
+    EXPECT_EQ(Key("Zones\\Global\\Equalizer").ReadInt(u"Enabled", 0, 0),
+              1);  // the parent keeps its values
 
     CFileSettingsKey zone = Key("Zones\\1");
     EXPECT_TRUE(zone.DeleteSubkey(u"Headphones"));
     EXPECT_EQ(Key("Zones\\1\\Headphones\\Deep\\Deeper").ReadInt(u"x", 0, 0), 0);
-    EXPECT_EQ(QVListSubkeyNames(*std::make_unique<CFileSettingsKey>(Key("Zones"))), (std::vector<QVString>{u"Global"}));
+    EXPECT_EQ(QVListSubkeyNames(*std::make_unique<CFileSettingsKey>(Key("Zones"))),
+              (std::vector<QVString>{u"Global"}));
     EXPECT_FALSE(zone.DeleteSubkey(u""));  // never the key itself
 
     // The system branch is apart from the user branch.
@@ -192,7 +200,7 @@ TEST_F(SettingsStoreTest, UnreadableFilesAreNeverOverwritten)
     const std::string texts[] = {
         "{\n  \"user\": {\n    \"Zones\\\\1\": {\n      \"a\": 1\n",  // truncated
         std::string("\x00\x01garbage\xff", 10),
-        "[1, 2, 3]\n",                                   // JSON, but not a settings document
+        "[1, 2, 3]\n",  // JSON, but not a settings document
         "{\"user\": {\"Zones\\\\1\": [1]}}",
         "{\"user\": {\"Zones\\\\1\": {\"a\": \"\xc3\x28\"}}}",  // invalid UTF-8
     };
@@ -213,7 +221,8 @@ TEST_F(SettingsStoreTest, UnreadableFilesAreNeverOverwritten)
     }
     // No temporary file is left beside it.
     int entries = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path()))
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::filesystem::path(path).parent_path()))
         entries += entry.path().extension() != ".lock";
     EXPECT_EQ(entries, 1);
 }
@@ -269,11 +278,13 @@ TEST_F(SettingsStoreTest, TwoProcessesWritingAtOnceKeepBothValues)
 
 TEST_F(SettingsStoreTest, DefaultPathFollowsTheEnvironment)
 {
-    const auto keep = [](const char* name) {
+    const auto keep = [](const char* name)
+    {
         const char* value = std::getenv(name);
         return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
     };
-    const auto restore = [](const char* name, const std::optional<std::string>& value) {
+    const auto restore = [](const char* name, const std::optional<std::string>& value)
+    {
         if (value)
             ::setenv(name, value->c_str(), 1);
         else
@@ -300,7 +311,8 @@ TEST_F(SettingsStoreTest, DefaultPathFollowsTheEnvironment)
 TEST(SettingsPath, NormalizesSeparators)
 {
     EXPECT_EQ(NormalizeSettingsPath("\\Zones\\\\Global\\", false), "Zones\\Global");
-    EXPECT_EQ(NormalizeSettingsPath("Zones/Global/Tempo & Pitch", true), "Zones\\Global\\Tempo & Pitch");
+    EXPECT_EQ(NormalizeSettingsPath("Zones/Global/Tempo & Pitch", true),
+              "Zones\\Global\\Tempo & Pitch");
     EXPECT_EQ(NormalizeSettingsPath("a/b", false), "a/b");
     EXPECT_EQ(NormalizeSettingsPath("", true), "");
 }

@@ -4,8 +4,8 @@
 
 #include <fstream>
 
-#include "parametric/FilterPanel.h"
 #include "ParametricTestSupport.h"
+#include "parametric/FilterPanel.h"
 
 using namespace ptest;
 
@@ -17,7 +17,8 @@ constexpr int32_t IMPULSE_FRAMES = 1 << 15;
 double MagnitudeDbAt(CParametricIIRFilter& filter, double frequency)
 {
     const CAudioFormat format = MakeFormat(2);
-    return Db(std::abs(ResponseAt(ImpulseResponse(filter, format, 0, IMPULSE_FRAMES), frequency, RATE)));
+    return Db(
+        std::abs(ResponseAt(ImpulseResponse(filter, format, 0, IMPULSE_FRAMES), frequency, RATE)));
 }
 }  // namespace
 
@@ -40,9 +41,11 @@ TEST(EqualizingFilters, ResponsesAtTheirFrequencies)
     auto highPass = Make<CParametricIIRFilter>(2);
     highPass->frequency = 300;
     highPass->slope = 24;
-    EXPECT_NEAR(MagnitudeDbAt(*highPass, 300), Db(qPrime / 0.7653668647 * qPrime / 1.847759065), 1e-5);
+    EXPECT_NEAR(MagnitudeDbAt(*highPass, 300), Db(qPrime / 0.7653668647 * qPrime / 1.847759065),
+                1e-5);
     // 24 dB per octave far below the cut-off.
-    EXPECT_NEAR(MagnitudeDbAt(*highPass, 300.0 / 16) - MagnitudeDbAt(*highPass, 300.0 / 32), 20.0 * std::log10(16.0), 0.01);
+    EXPECT_NEAR(MagnitudeDbAt(*highPass, 300.0 / 16) - MagnitudeDbAt(*highPass, 300.0 / 32),
+                20.0 * std::log10(16.0), 0.01);
     auto firstOrder = Make<CParametricIIRFilter>(1);
     firstOrder->slope = 6;
     EXPECT_NEAR(MagnitudeDbAt(*firstOrder, 1000), Db(std::sqrt(0.5)), 1e-6);
@@ -157,7 +160,8 @@ TEST(EqualizingFilters, ChannelsSideBySideGiveTheSameAsOneAfterAnother)
     const CAudioFormat format = MakeFormat(6);
     UserChannelBuffer users;
     const auto input = qvtest::Noise(500, 6, 11);
-    for (const ChannelList& channels : {ChannelList{2, 3}, ChannelList{4, 2, 7, 5, 11}, ChannelList{3, 3, 2}})
+    for (const ChannelList& channels :
+         {ChannelList{2, 3}, ChannelList{4, 2, 7, 5, 11}, ChannelList{3, 3, 2}})
     {
         auto together = Make<CParametricIIRFilter>(10);
         together->gain = 5;
@@ -203,7 +207,8 @@ TEST(EqualizingFilters, BandOfTheEqualizerActsOnEveryChannel)
     EXPECT_EQ(band.gain, -7.5);
     band.Process(block.data(), 200, &format, &users);
     for (int32_t c = 0; c < 8; ++c)
-        EXPECT_NE(block[static_cast<size_t>(100 * 8 + c)], input[static_cast<size_t>(100 * 8 + c)]) << c;
+        EXPECT_NE(block[static_cast<size_t>(100 * 8 + c)], input[static_cast<size_t>(100 * 8 + c)])
+            << c;
     EXPECT_EQ(band.channelFilters.size(), 8u);
 }
 
@@ -226,7 +231,8 @@ TEST(EqualizingFilters, ShelfPanelClampsQWithALaterMessage)
     panel.AdvanceClock(1);
     ASSERT_EQ(panel.GetShownMessages().size(), 1u);
     EXPECT_EQ(Utf8(panel.GetShownMessages()[0].title), "Information");
-    EXPECT_EQ(Utf8(panel.GetShownMessages()[0].text), "Q values greater than 5.0 won't be honored.");
+    EXPECT_EQ(Utf8(panel.GetShownMessages()[0].text),
+              "Q values greater than 5.0 won't be honored.");
 
     // A peak keeps any Q; a low-pass offers the slopes and reads its choice.
     auto peak = Make<CParametricIIRFilter>(3);
@@ -248,7 +254,8 @@ TEST(EqualizingFilters, ShelfPanelClampsQWithALaterMessage)
 
 TEST(EqualizingFilters, CustomBiquadReadsItsFileForLeftAndRight)
 {
-    const std::string path = (std::filesystem::temp_directory_path() / "qvdsp-parametric-biquad.txt").string();
+    const std::string path =
+        (std::filesystem::temp_directory_path() / "qvdsp-parametric-biquad.txt").string();
     std::ofstream(path) << "biquad1\nb0=0.5\nb1=0\nb2=0\na0=1\na1=0\na2=0\n";
     auto custom = Make<CCustomBiquadFilter>(21);
     custom->customFile = QVString::FromUTF8(path);
@@ -287,7 +294,11 @@ TEST(EqualizingFilters, StereoPathMatchesTheFilterSampleBySample)
     auto block = input;
     for (int32_t start : {0, 333, 1000, 2500})
     {
-        const int32_t frames = (start == 2500 ? 4000 : start == 1000 ? 2500 : start == 333 ? 1000 : 333) - start;
+        const int32_t frames = (start == 2500   ? 4000
+                                : start == 1000 ? 2500
+                                : start == 333  ? 1000
+                                                : 333) -
+                               start;
         peak->Process(block.data() + 2 * start, frames, &format, &users);
     }
     for (size_t f = 0; f < 4000; ++f)

@@ -1,8 +1,8 @@
 // Brick-wall, adaptive and subwoofer limiter.
 #include "parametric/Limiters.h"
 
-#include "parametric/FilterPanel.h"
 #include "ParametricTestSupport.h"
+#include "parametric/FilterPanel.h"
 
 using namespace ptest;
 
@@ -11,8 +11,8 @@ TEST(Limiters, CountedSamplesCoverAllChannels)
     // 64-bit stereo at 48 kHz: 768000 bytes per second.
     const CAudioFormat stereo = MakeFormat(2);
     EXPECT_EQ(CountedSamples(stereo, 1000.0), 96000);
-    EXPECT_EQ(CountedSamples(stereo, 0.01), 0);          // 7.68 bytes: 8 bytes, one sample, no whole frame
-    EXPECT_EQ(CountedSamples(MakeFormat(3), 0.1), 12);   // 115.2 bytes: 14 samples less 2
+    EXPECT_EQ(CountedSamples(stereo, 0.01), 0);  // 7.68 bytes: 8 bytes, one sample, no whole frame
+    EXPECT_EQ(CountedSamples(MakeFormat(3), 0.1), 12);  // 115.2 bytes: 14 samples less 2
     EXPECT_EQ(CountedSamples(CAudioFormat(16, 44100, 2), 250.0), 22050);
 }
 

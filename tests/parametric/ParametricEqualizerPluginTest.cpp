@@ -3,6 +3,7 @@
 // block, and the panel model with its pending save.
 #include "parametric/ParametricEqualizerPlugin.h"
 
+#include "ParametricTestSupport.h"
 #include "frame/PluginFactory.h"
 #include "parametric/EqualizingFilters.h"
 #include "parametric/Limiters.h"
@@ -10,7 +11,6 @@
 #include "parametric/RoutingFilters.h"
 #include "parametric/TransformFilters.h"
 #include "support/AllocationCounter.h"
-#include "ParametricTestSupport.h"
 
 #include <algorithm>
 #include <cstring>
@@ -24,7 +24,8 @@ namespace
 QVString BusyListText()
 {
     ParametricFilterArray filters;
-    auto add = [&filters](int32_t type) -> CParametricFilter* {
+    auto add = [&filters](int32_t type) -> CParametricFilter*
+    {
         filters.emplace_back(CreateParametricFilter(type));
         return filters.back().get();
     };
@@ -65,7 +66,8 @@ QVString BusyListText()
     return SaveParametricFilterList(filters);
 }
 
-std::unique_ptr<CParametricEqualizerDSPPlugin> MakePlugin(const QVString& listText, uint16_t channels)
+std::unique_ptr<CParametricEqualizerDSPPlugin> MakePlugin(const QVString& listText,
+                                                          uint16_t channels)
 {
     auto plugin = std::make_unique<CParametricEqualizerDSPPlugin>(nullptr, QVZONE_GLOBAL, 0);
     plugin->GetFilterList().LoadText(listText);
@@ -119,10 +121,13 @@ TEST(ParametricEqualizerPlugin, InstancesKeepSeparateListsInTheStore)
         CParametricEqualizerDSPPlugin first(nullptr, 3, 0);
         CParametricEqualizerDSPPlugin second(nullptr, 3, 1);
         EXPECT_EQ(first.GetFilterList().GetCount(), 0);
-        first.GetFilterList().Insert(0, std::unique_ptr<CParametricFilter>(CreateParametricFilter(15)));
+        first.GetFilterList().Insert(
+            0, std::unique_ptr<CParametricFilter>(CreateParametricFilter(15)));
         first.GetFilterList().Save();
-        second.GetFilterList().Insert(0, std::unique_ptr<CParametricFilter>(CreateParametricFilter(5)));
-        second.GetFilterList().Insert(0, std::unique_ptr<CParametricFilter>(CreateParametricFilter(20)));
+        second.GetFilterList().Insert(
+            0, std::unique_ptr<CParametricFilter>(CreateParametricFilter(5)));
+        second.GetFilterList().Insert(
+            0, std::unique_ptr<CParametricFilter>(CreateParametricFilter(20)));
         second.GetFilterList().Save();
     }
     CParametricEqualizerDSPPlugin first(nullptr, 3, 0);
@@ -157,7 +162,8 @@ TEST(ParametricEqualizerPlugin, OutputDoesNotDependOnBlockSizes)
 QVString SectionStretchesText()
 {
     ParametricFilterArray filters;
-    auto add = [&filters](int32_t type, double frequency, double gain, ChannelList channels) {
+    auto add = [&filters](int32_t type, double frequency, double gain, ChannelList channels)
+    {
         auto* filter = static_cast<CParametricIIRFilter*>(CreateParametricFilter(type));
         filter->frequency = frequency;
         filter->gain = gain;
@@ -215,7 +221,8 @@ TEST(ParametricEqualizerPlugin, StretchesOfSectionsGiveWhatEachFilterGivesAlone)
         ASSERT_EQ(start, 4000);
 
         auto plugin = MakePlugin(text, channels);
-        const auto output = qvtest::RunInBlockPattern(*plugin, input, channels, {1, 2, 3, 500, 1, 1300, 7, 2186});
+        const auto output =
+            qvtest::RunInBlockPattern(*plugin, input, channels, {1, 2, 3, 500, 1, 1300, 7, 2186});
         ASSERT_EQ(output.size(), expected.size());
         size_t differences = 0;
         for (size_t i = 0; i < expected.size(); ++i)

@@ -2,11 +2,11 @@
 // and its loading rules, channel lists and channel resolution.
 #include "parametric/ParametricFilter.h"
 
+#include "ParametricTestSupport.h"
 #include "parametric/EqualizingFilters.h"
 #include "parametric/Limiters.h"
 #include "parametric/RoutingFilters.h"
 #include "parametric/TransformFilters.h"
-#include "ParametricTestSupport.h"
 
 using namespace ptest;
 
@@ -87,8 +87,8 @@ TEST(ParametricFilter, DescriptionsFollowTheFields)
     EXPECT_EQ(Describe(preamp), "-12.0 dB");
 
     auto mixer = Make<CParametricChannelMixerFilter>(6);
-    const char* modes[] = {"Add Left to Sub", "Copy Left to Sub", "Move Left to Sub", "Swap Left and Sub",
-                           "Subtract Left from Sub", "Mix channels"};
+    const char* modes[] = {"Add Left to Sub",   "Copy Left to Sub",       "Move Left to Sub",
+                           "Swap Left and Sub", "Subtract Left from Sub", "Mix channels"};
     mixer->destination = CAudioFormat::Subwoofer;
     for (int32_t mode = 0; mode <= 5; ++mode)
     {
@@ -147,7 +147,8 @@ ParametricFilterArray EveryKind()
     static_cast<CParametricChannelOrderFilter*>(filters[11].get())->order = {3, 2, 5};
     static_cast<CParametricBitdepthSimulatorFilter*>(filters[12].get())->dither = false;
     static_cast<CLinkwitzRileyFilter*>(filters[15].get())->frequency = 80;
-    static_cast<CParametricDividerFilter*>(filters[19].get())->text = QVString(u"<Sub & \"friends\">");
+    static_cast<CParametricDividerFilter*>(filters[19].get())->text =
+        QVString(u"<Sub & \"friends\">");
     static_cast<CCustomBiquadFilter*>(filters[20].get())->customFile = QVString(u"/tmp/room.txt");
     filters[4]->SetEnabled(false);
     return filters;
@@ -170,15 +171,18 @@ TEST(ParametricFilter, ListTextRoundTripIsUnchanged)
         EXPECT_EQ(Describe(*loaded[i]), Describe(*filters[i]));
     }
     EXPECT_EQ(Utf8(SaveParametricFilterList(loaded)), Utf8(text));
-    EXPECT_EQ(static_cast<CParametricDividerFilter*>(loaded[19].get())->text, QVString(u"<Sub & \"friends\">"));
-    EXPECT_EQ(static_cast<CParametricChannelOrderFilter*>(loaded[11].get())->order, (ChannelList{3, 2, 5}));
+    EXPECT_EQ(static_cast<CParametricDividerFilter*>(loaded[19].get())->text,
+              QVString(u"<Sub & \"friends\">"));
+    EXPECT_EQ(static_cast<CParametricChannelOrderFilter*>(loaded[11].get())->order,
+              (ChannelList{3, 2, 5}));
 }
 
 namespace
 {
 QVString Token(const QVString& payload)
 {
-    return QVString::FromUTF8("(" + std::to_string(payload.GetLength()) + ":") + payload + QVString(u")");
+    return QVString::FromUTF8("(" + std::to_string(payload.GetLength()) + ":") + payload +
+           QVString(u")");
 }
 
 QVString FilterText(const std::vector<std::pair<std::string, std::string>>& items)
@@ -195,12 +199,13 @@ TEST(ParametricFilter, OldListsLoadAsTheyAlwaysDid)
     // A shelf of the old format (no "Version": its "Q" is a slope), a peak
     // without "Frequency", a type that doesn't exist, a filter of another text
     // version, and a decimal comma.
-    const QVString list = Token(QVString(u"1")) + Token(QVString(u"5")) +
-                          Token(FilterText({{"Type", "10"}, {"Enabled", "1"}, {"Gain", "6"}, {"Q", "0.5"}})) +
-                          Token(FilterText({{"Type", "3"}, {"Enabled", "0"}, {"Gain", "-4,5"}})) +
-                          Token(FilterText({{"Type", "99"}, {"Enabled", "1"}})) +
-                          Token(QVString(u"<XMLPH version=\"1.0\">\r\n<Item Name=\"Type\">4</Item>\r\n</XMLPH>")) +
-                          Token(FilterText({{"Type", "11"}, {"Version", "1"}, {"Q", "8"}, {"Enabled", "7"}}));
+    const QVString list =
+        Token(QVString(u"1")) + Token(QVString(u"5")) +
+        Token(FilterText({{"Type", "10"}, {"Enabled", "1"}, {"Gain", "6"}, {"Q", "0.5"}})) +
+        Token(FilterText({{"Type", "3"}, {"Enabled", "0"}, {"Gain", "-4,5"}})) +
+        Token(FilterText({{"Type", "99"}, {"Enabled", "1"}})) +
+        Token(QVString(u"<XMLPH version=\"1.0\">\r\n<Item Name=\"Type\">4</Item>\r\n</XMLPH>")) +
+        Token(FilterText({{"Type", "11"}, {"Version", "1"}, {"Q", "8"}, {"Enabled", "7"}}));
     ParametricFilterArray filters;
     LoadParametricFilterList(list, filters);
     ASSERT_EQ(filters.size(), 3u);
@@ -217,7 +222,7 @@ TEST(ParametricFilter, OldListsLoadAsTheyAlwaysDid)
 
     auto* highShelf = static_cast<CParametricIIRFilter*>(filters[2].get());
     EXPECT_TRUE(highShelf->IsEnabled());  // any non-zero value
-    EXPECT_EQ(highShelf->q, 8.0);        // kept; only the design clamps it
+    EXPECT_EQ(highShelf->q, 8.0);         // kept; only the design clamps it
 }
 
 TEST(ParametricFilter, BrokenListTextsGiveWhatCanBeRead)
@@ -227,8 +232,8 @@ TEST(ParametricFilter, BrokenListTextsGiveWhatCanBeRead)
     LoadParametricFilterList(Token(QVString(u"2")) + Token(QVString(u"1")) + one, filters);
     EXPECT_TRUE(filters.empty());  // the version must be 1
 
-    LoadParametricFilterList(Token(QVString(u"1")) + Token(QVString(u"2")) + one + QVString(u"(9x:abc)") + one,
-                             filters);
+    LoadParametricFilterList(
+        Token(QVString(u"1")) + Token(QVString(u"2")) + one + QVString(u"(9x:abc)") + one, filters);
     EXPECT_EQ(filters.size(), 1u);  // a bad token isn't passed over, so nothing after it reads
 
     LoadParametricFilterList(QVString(u"(1:1)(1:3)(500:short)"), filters);
@@ -269,7 +274,8 @@ TEST(ParametricFilter, ChannelResolution)
     EXPECT_FALSE(ResolveChannel(CAudioFormat::Right, samples.data(), 4, mono, &users, span));
 
     const CAudioFormat surround = MakeFormat(6);  // L R C Sub SL SR
-    ASSERT_TRUE(ResolveChannel(CAudioFormat::SurroundRight, samples.data(), 4, surround, &users, span));
+    ASSERT_TRUE(
+        ResolveChannel(CAudioFormat::SurroundRight, samples.data(), 4, surround, &users, span));
     EXPECT_EQ(span.base, samples.data() + 5);
     EXPECT_EQ(span.stride, 6);
     EXPECT_FALSE(ResolveChannel(CAudioFormat::RearLeft, samples.data(), 4, surround, &users, span));

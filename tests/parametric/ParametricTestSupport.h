@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "support/FileStoreTools.h"
 #include "parametric/ParametricFilter.h"
+#include "support/FileStoreTools.h"
 #include "support/TestSupport.h"
 
 namespace ptest
@@ -42,8 +42,8 @@ inline std::string Describe(CParametricFilter& filter)
 }
 
 // Runs the filter over a block of one channel of `format`, all others zero.
-inline std::vector<double> ImpulseResponse(CParametricFilter& filter, const CAudioFormat& format, int32_t channel,
-                                           int32_t frames)
+inline std::vector<double> ImpulseResponse(CParametricFilter& filter, const CAudioFormat& format,
+                                           int32_t channel, int32_t frames)
 {
     std::vector<double> block(static_cast<size_t>(frames) * format.channels, 0.0);
     block[static_cast<size_t>(channel)] = 1.0;
@@ -51,12 +51,14 @@ inline std::vector<double> ImpulseResponse(CParametricFilter& filter, const CAud
     filter.Process(block.data(), frames, &format, &users);
     std::vector<double> response(static_cast<size_t>(frames));
     for (int32_t k = 0; k < frames; ++k)
-        response[static_cast<size_t>(k)] = block[static_cast<size_t>(k) * format.channels + channel];
+        response[static_cast<size_t>(k)] =
+            block[static_cast<size_t>(k) * format.channels + channel];
     return response;
 }
 
 // The transform of an impulse response at one frequency.
-inline std::complex<double> ResponseAt(const std::vector<double>& impulse, double frequency, double rate)
+inline std::complex<double> ResponseAt(const std::vector<double>& impulse, double frequency,
+                                       double rate)
 {
     std::complex<double> sum = 0.0;
     const double w = 2.0 * M_PI * frequency / rate;

@@ -1,17 +1,18 @@
 // Volume, mixer, order, delay, polarity, mid-side and divider.
 #include "parametric/RoutingFilters.h"
 
-#include "parametric/FilterPanel.h"
 #include "ParametricTestSupport.h"
+#include "parametric/FilterPanel.h"
 
 using namespace ptest;
 
 namespace
 {
-std::vector<double> RunFilter(CParametricFilter& filter, std::vector<double> block, const CAudioFormat& format,
-                        UserChannelBuffer& users)
+std::vector<double> RunFilter(CParametricFilter& filter, std::vector<double> block,
+                              const CAudioFormat& format, UserChannelBuffer& users)
 {
-    filter.Process(block.data(), static_cast<int32_t>(block.size() / format.channels), &format, &users);
+    filter.Process(block.data(), static_cast<int32_t>(block.size() / format.channels), &format,
+                   &users);
     return block;
 }
 }  // namespace
@@ -58,16 +59,17 @@ TEST(RoutingFilters, MixerModes)
     const double g = std::pow(10.0, mixer->gain / 20.0);
     const std::vector<std::vector<double>> expected = {
         {0.5, 0.25 + g * 0.5, -1.0, 2.0 + g * -1.0},  // add
-        {0.5, g * 0.5, -1.0, g * -1.0},                // copy
-        {0.0, g * 0.5, 0.0, g * -1.0},                 // move
-        {g * 0.25, g * 0.5, g * 2.0, g * -1.0},        // swap: the gain acts on both
-        {0.5, 0.25 - g * 0.5, -1.0, 2.0 - g * -1.0},   // subtract
-        input,                                         // unknown mode
+        {0.5, g * 0.5, -1.0, g * -1.0},               // copy
+        {0.0, g * 0.5, 0.0, g * -1.0},                // move
+        {g * 0.25, g * 0.5, g * 2.0, g * -1.0},       // swap: the gain acts on both
+        {0.5, 0.25 - g * 0.5, -1.0, 2.0 - g * -1.0},  // subtract
+        input,                                        // unknown mode
     };
     for (int32_t mode = 0; mode <= 5; ++mode)
     {
         mixer->mode = mode;
-        EXPECT_EQ(RunFilter(*mixer, input, format, users), expected[static_cast<size_t>(mode)]) << mode;
+        EXPECT_EQ(RunFilter(*mixer, input, format, users), expected[static_cast<size_t>(mode)])
+            << mode;
     }
     // A missing channel is never read as silence: not even the move's zeros.
     mixer->mode = CHANNELMIX_MOVE;
@@ -128,7 +130,8 @@ TEST(RoutingFilters, ChannelOrder)
 
     CFilterPanel panel;
     order->AttachToPanel(&panel);
-    EXPECT_EQ(panel.GetSelection(CParametricChannelOrderFilter::CONTROL_ORDER), (std::vector<int32_t>{3, 2, 5, 4}));
+    EXPECT_EQ(panel.GetSelection(CParametricChannelOrderFilter::CONTROL_ORDER),
+              (std::vector<int32_t>{3, 2, 5, 4}));
     order->ResetOrder();
     EXPECT_EQ(order->order, CParametricChannelOrderFilter::DefaultOrder());
     EXPECT_EQ(Utf8(ChannelListToText(order->order, u',')), "2,3,4,5,8,9,6,7");
@@ -171,7 +174,8 @@ TEST(RoutingFilters, PolarityAndMidSide)
     UserChannelBuffer users;
     auto polarity = Make<CParametricPolarityFilter>(15);
     polarity->channels = {CAudioFormat::Left};
-    EXPECT_EQ(RunFilter(*polarity, {0.5, 0.25, -1.0, 2.0}, format, users), (std::vector<double>{-0.5, 0.25, 1.0, 2.0}));
+    EXPECT_EQ(RunFilter(*polarity, {0.5, 0.25, -1.0, 2.0}, format, users),
+              (std::vector<double>{-0.5, 0.25, 1.0, 2.0}));
 
     auto encode = Make(18);
     auto decode = Make(19);
@@ -180,7 +184,9 @@ TEST(RoutingFilters, PolarityAndMidSide)
     EXPECT_EQ(encoded, (std::vector<double>{0.375, -0.25, 0.5, 3.0}));
     // The decoder's pass runs once per channel: twice on stereo, so it
     // doesn't give the input back.
-    auto once = [](double m, double s) { return std::pair<double, double>{m - s * 0.5, m + s * 0.5}; };
+    auto once = [](double m, double s) {
+        return std::pair<double, double>{m - s * 0.5, m + s * 0.5};
+    };
     const auto [l1, r1] = once(0.375, -0.25);
     const auto [l2, r2] = once(l1, r1);
     const auto decoded = RunFilter(*decode, encoded, format, users);

@@ -3,9 +3,9 @@
 
 #include <set>
 
+#include "ParametricTestSupport.h"
 #include "frame/SettingsKey.h"
 #include "parametric/FilterPanel.h"
-#include "ParametricTestSupport.h"
 
 using namespace ptest;
 
@@ -17,14 +17,16 @@ TEST(TransformFilters, LinkwitzRileyIsDownSixDbAtItsFrequencyAndFallsAt24DbPerOc
     const auto impulse = ImpulseResponse(*filter, MakeFormat(2), 1, 1 << 15);
     // Two Butterworth high-pass pairs: |H| = x^4 / (1 + x^4), with x the
     // ratio of the pre-warped frequencies.
-    auto analytic = [rate](double f) {
+    auto analytic = [rate](double f)
+    {
         const double x = std::tan(M_PI * f / rate) / std::tan(M_PI * 1000 / rate);
         return std::pow(x, 4) / (1 + std::pow(x, 4));
     };
     EXPECT_NEAR(Db(std::abs(ResponseAt(impulse, 1000, rate))), Db(0.5), 1e-6);
     for (double f : {62.5, 125.0, 250.0, 500.0, 4000.0})
         EXPECT_NEAR(std::abs(ResponseAt(impulse, f, rate)), analytic(f), 1e-9) << f;
-    const double octave = Db(std::abs(ResponseAt(impulse, 125, rate))) - Db(std::abs(ResponseAt(impulse, 62.5, rate)));
+    const double octave = Db(std::abs(ResponseAt(impulse, 125, rate))) -
+                          Db(std::abs(ResponseAt(impulse, 62.5, rate)));
     EXPECT_NEAR(octave, 24.0, 0.2);
     EXPECT_EQ(filter->effects.size(), 2u);
 }
@@ -128,7 +130,8 @@ TEST(TransformFilters, DitherFollowsTheStoreSetting)
     EXPECT_GT(withNoise.size(), 1u);
 
     {
-        std::unique_ptr<IQVSettingsKey> key(store.tools.GetPluginKeyObject(QVString(u"Properties"), false));
+        std::unique_ptr<IQVSettingsKey> key(
+            store.tools.GetPluginKeyObject(QVString(u"Properties"), false));
         key->WriteInt(u"Dither Mode", 0, 0, 0);
     }
     auto quiet = Make<CParametricBitdepthSimulatorFilter>(13);

@@ -6,21 +6,23 @@
 
 #include <cstdint>
 
-namespace qvtest {
+namespace qvtest
+{
 
-class ScopedAllocationCount {
- public:
-  ScopedAllocationCount();
-  ~ScopedAllocationCount();
-  ScopedAllocationCount(const ScopedAllocationCount&) = delete;
-  ScopedAllocationCount& operator=(const ScopedAllocationCount&) = delete;
+class ScopedAllocationCount
+{
+public:
+    ScopedAllocationCount();
+    ~ScopedAllocationCount();
+    ScopedAllocationCount(const ScopedAllocationCount&) = delete;
+    ScopedAllocationCount& operator=(const ScopedAllocationCount&) = delete;
 
-  // Allocations by this thread since construction.
-  int64_t Allocations() const;
+    // Allocations by this thread since construction.
+    int64_t Allocations() const;
 
- private:
-  int64_t start;
-  bool wasCounting;
+private:
+    int64_t start;
+    bool wasCounting;
 };
 
 }  // namespace qvtest

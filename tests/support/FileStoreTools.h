@@ -13,23 +13,26 @@
 #include "host/SettingsStore.h"
 #include "support/TestTools.h"
 
-namespace qvtest {
+namespace qvtest
+{
 
 class FileStoreTools : public TestTools
 {
 public:
     FileStoreTools()
     {
-        path = (std::filesystem::temp_directory_path() /
-                ("qvdsp-store-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".json"))
-                   .string();
+        path =
+            (std::filesystem::temp_directory_path() / ("qvdsp-store-" + std::to_string(::getpid()) +
+                                                       "-" + std::to_string(counter++) + ".json"))
+                .string();
         std::filesystem::remove(path);
         withTranslator = false;
     }
     ~FileStoreTools() { std::filesystem::remove(path); }
     IQVSettingsKey* GetPluginKeyObject(const QVString& keyPath, bool systemScope) override
     {
-        return new CFileSettingsKey(path, NormalizeSettingsPath(keyPath.ToUTF8(), false), systemScope);
+        return new CFileSettingsKey(path, NormalizeSettingsPath(keyPath.ToUTF8(), false),
+                                    systemScope);
     }
     std::string path;
 

@@ -1,25 +1,31 @@
 #include "support/TestHost.h"
 
-namespace qvtest {
+namespace qvtest
+{
 
-int32_t TestPlayer::GetAdaptiveMode() {
-  ++modeReads;
-  return mode;
+int32_t TestPlayer::GetAdaptiveMode()
+{
+    ++modeReads;
+    return mode;
 }
 
-void TestPlayer::SetAdaptiveMode(int32_t value) {
-  ++modeWrites;
-  mode = value;
+void TestPlayer::SetAdaptiveMode(int32_t value)
+{
+    ++modeWrites;
+    mode = value;
 }
 
-void CountingHost::NotifyChanged(bool changed) {
-  ++changedCalls;
-  if (!changed) ++changedFalseCalls;
+void CountingHost::NotifyChanged(bool changed)
+{
+    ++changedCalls;
+    if (!changed)
+        ++changedFalseCalls;
 }
 
-IQVDSPPlayer* CountingHost::GetPlayer() {
-  ++getPlayerCalls;
-  return player;
+IQVDSPPlayer* CountingHost::GetPlayer()
+{
+    ++getPlayerCalls;
+    return player;
 }
 
 }  // namespace qvtest

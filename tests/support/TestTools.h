@@ -9,55 +9,66 @@
 
 #include "frame/IQVTools.h"
 
-namespace qvtest {
+namespace qvtest
+{
 
 // Puts a prefix before every text it translates ("[t]Left"), so that tests see
 // which texts went through the translator.
-class MarkingTranslator : public IQVTranslator {
- public:
-  explicit MarkingTranslator(std::u16string prefix = u"[t]") : prefix(std::move(prefix)) {}
-  void Translate(QVString& text) override;
-  int32_t calls = 0;
+class MarkingTranslator : public IQVTranslator
+{
+public:
+    explicit MarkingTranslator(std::u16string prefix = u"[t]") : prefix(std::move(prefix)) {}
+    void Translate(QVString& text) override;
+    int32_t calls = 0;
 
- private:
-  std::u16string prefix;
+private:
+    std::u16string prefix;
 };
 
-class KeepingLogger : public IQVLogger {
- public:
-  int32_t GetLevel() override { return level; }
-  void Log(int32_t lineLevel, const QVString& heading, const QVString& text) override;
+class KeepingLogger : public IQVLogger
+{
+public:
+    int32_t GetLevel() override { return level; }
+    void Log(int32_t lineLevel, const QVString& heading, const QVString& text) override;
 
-  int32_t level = 9;
-  std::vector<int32_t> levels;
-  std::vector<std::string> headings;  // UTF-8
-  std::vector<std::string> texts;     // UTF-8
+    int32_t level = 9;
+    std::vector<int32_t> levels;
+    std::vector<std::string> headings;  // UTF-8
+    std::vector<std::string> texts;     // UTF-8
 };
 
-class TestTools : public IQVTools {
- public:
-  IQVTranslator* GetTranslator(bool create) override { return withTranslator ? &translator : nullptr; }
-  IQVLogger* GetLogger(int32_t kind) override { return withLogger ? &logger : nullptr; }
-  IQVScaler* GetScaler() override { return nullptr; }
-  IQVSettingsKey* GetPluginKeyObject(const QVString& path, bool systemScope) override { return nullptr; }
+class TestTools : public IQVTools
+{
+public:
+    IQVTranslator* GetTranslator(bool create) override
+    {
+        return withTranslator ? &translator : nullptr;
+    }
+    IQVLogger* GetLogger(int32_t kind) override { return withLogger ? &logger : nullptr; }
+    IQVScaler* GetScaler() override { return nullptr; }
+    IQVSettingsKey* GetPluginKeyObject(const QVString& path, bool systemScope) override
+    {
+        return nullptr;
+    }
 
-  MarkingTranslator translator;
-  KeepingLogger logger;
-  bool withTranslator = true;
-  bool withLogger = true;
+    MarkingTranslator translator;
+    KeepingLogger logger;
+    bool withTranslator = true;
+    bool withLogger = true;
 };
 
-class ScopedTestTools {
- public:
-  ScopedTestTools();
-  ~ScopedTestTools();
-  ScopedTestTools(const ScopedTestTools&) = delete;
-  ScopedTestTools& operator=(const ScopedTestTools&) = delete;
+class ScopedTestTools
+{
+public:
+    ScopedTestTools();
+    ~ScopedTestTools();
+    ScopedTestTools(const ScopedTestTools&) = delete;
+    ScopedTestTools& operator=(const ScopedTestTools&) = delete;
 
-  TestTools tools;
+    TestTools tools;
 
- private:
-  IQVTools* previous;
+private:
+    IQVTools* previous;
 };
 
 }  // namespace qvtest

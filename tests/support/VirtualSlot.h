@@ -9,7 +9,8 @@
 #include <cstdint>
 #include <cstring>
 
-namespace qvtest {
+namespace qvtest
+{
 
 template <typename MemberPointer>
 int64_t VirtualSlot(MemberPointer member)

@@ -10,23 +10,26 @@
 #include <vector>
 
 // One filter as the list will hold it, before it is made.
-struct ImportedFilter {
-  int32_t type = 0;
-  bool enabled = true;
-  double frequency = 0;
-  double gain = 0;
-  double q = 0.7071;
-  double slope = 12;  // dB/octave of the low- and high-pass kinds
+struct ImportedFilter
+{
+    int32_t type = 0;
+    bool enabled = true;
+    double frequency = 0;
+    double gain = 0;
+    double q = 0.7071;
+    double slope = 12;  // dB/octave of the low- and high-pass kinds
 };
 
-struct ApoLineProblem {
-  int32_t line = 0;  // from 1
-  std::string text;
+struct ApoLineProblem
+{
+    int32_t line = 0;  // from 1
+    std::string text;
 };
 
-struct ApoImport {
-  std::vector<ImportedFilter> filters;
-  std::vector<ApoLineProblem> unmapped;
+struct ApoImport
+{
+    std::vector<ImportedFilter> filters;
+    std::vector<ApoLineProblem> unmapped;
 };
 
 // Reads the whole text. Lines without ":" are skipped; lines with one that

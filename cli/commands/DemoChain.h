@@ -5,14 +5,15 @@
 // hooks may save freely.
 #pragma once
 
-#include "cli/PluginChain.h"
+#include "cli/host/PluginChain.h"
 
 #include <span>
 
-struct DemoStage {
-  const char* name;
-  // Null for a plug-in that is shown at its defaults.
-  void (*configure)(IQVDSP& plugin, CliHost& host);
+struct DemoStage
+{
+    const char* name;
+    // Null for a plug-in that is shown at its defaults.
+    void (*configure)(IQVDSP& plugin, CliHost& host);
 };
 
 std::span<const DemoStage> DemoStages();

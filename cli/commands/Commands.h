@@ -3,48 +3,33 @@
 // command is one new file plus one line in main.cpp.
 #pragma once
 
+#include "cli/host/CliError.h"
+
 #include <cstdint>
 #include <functional>
-#include <stdexcept>
 #include <string>
 
-namespace CLI {
+namespace CLI
+{
 class App;
 }
-
-// Exit codes of every command.
-enum CliExitCode : int {
-  CLI_EXIT_DONE = 0,
-  CLI_EXIT_FAILED = 1,
-  CLI_EXIT_USAGE = 2,
-};
-
-// A command that cannot go on throws this; main prints "qvdsp: <message>" on
-// standard error and exits with the code.
-class CliError : public std::runtime_error {
- public:
-  CliError(int exitCode, const std::string& message) : std::runtime_error(message), exitCode(exitCode) {}
-  int ExitCode() const { return exitCode; }
-
- private:
-  int exitCode;
-};
 
 // What all commands share: the options that decide which settings the plug-ins
 // see, and the action of the command that the command line chose. Parsing only
 // records; nothing runs until the whole command line has been accepted.
-struct CliContext {
-  // Zone of every plug-in the command creates; -10000 is the global branch.
-  int32_t zone = 0;
-  // --settings FILE; empty keeps QVDSP_SETTINGS or the default path.
-  std::string settingsFile;
-  std::function<void()> action;
+struct CliContext
+{
+    // Zone of every plug-in the command creates; -10000 is the global branch.
+    int32_t zone = 0;
+    // --settings FILE; empty keeps QVDSP_SETTINGS or the default path.
+    std::string settingsFile;
+    std::function<void()> action;
 
-  // Makes the settings file the one the store opens. Called once, before any
-  // plug-in is created.
-  void ApplySharedOptions() const;
-  // Applies the shared options and runs the chosen command.
-  int Run() const;
+    // Makes the settings file the one the store opens. Called once, before any
+    // plug-in is created.
+    void ApplySharedOptions() const;
+    // Applies the shared options and runs the chosen command.
+    int Run() const;
 };
 
 // Adds --zone N and --settings FILE to a command that creates plug-ins.

@@ -2,20 +2,21 @@
 // `qvdsp process`, and of `qvdsp demo` after it has written its signal.
 #pragma once
 
-#include "cli/Progress.h"
-#include "cli/SoundFile.h"
+#include "cli/host/Progress.h"
+#include "cli/host/SoundFile.h"
 
 #include <cstdint>
 #include <filesystem>
 
 class PluginChain;
 
-struct ProcessRequest {
-  std::filesystem::path input;
-  std::filesystem::path output;
-  int32_t blockFrames = 4096;
-  SampleFormat format = SampleFormat::Same;
-  bool showProgress = false;
+struct ProcessRequest
+{
+    std::filesystem::path input;
+    std::filesystem::path output;
+    int32_t blockFrames = 4096;
+    SampleFormat format = SampleFormat::Same;
+    bool showProgress = false;
 };
 
 // The chain gets the 64-bit float format of the input's rate and channels; a
@@ -26,5 +27,5 @@ struct ProcessRequest {
 ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain);
 
 // Writes an interleaved signal to a file in one go, by the same safe route.
-void WriteSoundFile(const std::filesystem::path& path, const SoundFileLayout& layout, const double* samples,
-                    int64_t frames);
+void WriteSoundFile(const std::filesystem::path& path, const SoundFileLayout& layout,
+                    const double* samples, int64_t frames);

@@ -1,0 +1,168 @@
+#include "cli/host/FileProcessor.h"
+
+#include "cli/host/CliError.h"
+#include "cli/host/PluginChain.h"
+
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <vector>
+
+namespace
+{
+
+volatile std::sig_atomic_t interruptRequested = 0;
+
+void RequestInterrupt(int)
+{
+    interruptRequested = 1;
+}
+
+// Ctrl-C or a termination request between two blocks ends the run like an
+// error: the temporary file goes, OUTPUT stays as it was.
+class InterruptGuard
+{
+public:
+    InterruptGuard()
+    {
+        interruptRequested = 0;
+        previousInterrupt = std::signal(SIGINT, RequestInterrupt);
+        previousTerminate = std::signal(SIGTERM, RequestInterrupt);
+    }
+    ~InterruptGuard()
+    {
+        std::signal(SIGINT, previousInterrupt);
+        std::signal(SIGTERM, previousTerminate);
+    }
+    bool Requested() const { return interruptRequested != 0; }
+
+private:
+    void (*previousInterrupt)(int);
+    void (*previousTerminate)(int);
+};
+
+// The end of the chain: writes whatever arrives. An error cannot be thrown
+// through the plug-ins' frames, so it is kept and raised after the block.
+class FileSink final : public IQVDSPSink
+{
+public:
+    explicit FileSink(AtomicSoundFileWriter& writer) : writer(writer) {}
+
+    void Output(double* samples, int32_t frames) override
+    {
+        if (error || frames <= 0)
+            return;
+        try
+        {
+            writer.Write(samples, frames);
+            framesOut += frames;
+        }
+        catch (...)
+        {
+            error = std::current_exception();
+        }
+    }
+
+    void RaiseError() const
+    {
+        if (error)
+            std::rethrow_exception(error);
+    }
+    int64_t FramesOut() const { return framesOut; }
+
+private:
+    AtomicSoundFileWriter& writer;
+    std::exception_ptr error;
+    int64_t framesOut = 0;
+};
+
+// Detaches the chain from a sink that is about to go, however the run ends.
+class OutputScope
+{
+public:
+    OutputScope(PluginChain& chain, IQVDSPSink* sink) : chain(chain) { chain.SetOutput(sink); }
+    ~OutputScope() { chain.SetOutput(nullptr); }
+
+private:
+    PluginChain& chain;
+};
+
+void RefuseSameFile(const ProcessRequest& request)
+{
+    if (IsSameFile(request.input, request.output))
+        throw CliError(CLI_EXIT_USAGE, "OUTPUT " + Quoted(request.output) +
+                                           " is the same file as INPUT " + Quoted(request.input) +
+                                           "; choose another name");
+}
+
+void CheckChannelCount(const ProcessRequest& request, const SoundFileLayout& layout)
+{
+    if (layout.channels < 1 || layout.channels > CAudioFormat::MAX_CHANNELS)
+        throw CliError(CLI_EXIT_FAILED, "cannot process " + Quoted(request.input) + ": it has " +
+                                            std::to_string(layout.channels) +
+                                            " channels, the plug-ins take 1 to " +
+                                            std::to_string(CAudioFormat::MAX_CHANNELS));
+}
+
+void ReportRefusals(const std::vector<std::string>& refused, const SoundFileLayout& layout)
+{
+    for (const std::string& name : refused)
+        std::cerr << "qvdsp: " << name << " cannot run on " << layout.channels << " channels at "
+                  << layout.sampleRate << " Hz; it passes the audio on unchanged\n";
+}
+
+}  // namespace
+
+ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
+{
+    RefuseSameFile(request);
+    ContainerForPath(request.output);  // a usage error before any file is touched
+
+    SoundFileReader reader(request.input);
+    const SoundFileLayout& input = reader.Layout();
+    CheckChannelCount(request, input);
+    std::string note;
+    SoundFileLayout output = input;
+    output.format = ChooseOutputFormat(request.output, request.format, input, &note);
+    if (!note.empty())
+        std::cerr << "qvdsp: " << note << '\n';
+
+    AtomicSoundFileWriter writer(request.output, output);
+    FileSink sink(writer);
+    OutputScope scope(chain, &sink);
+
+    CAudioFormat format;
+    format.Set(64, static_cast<uint32_t>(input.sampleRate), static_cast<uint16_t>(input.channels));
+    ReportRefusals(chain.SetFormat(format), input);
+
+    std::vector<double> block(static_cast<size_t>(request.blockFrames) * input.channels);
+    ProgressLine progress(request.showProgress, reader.Frames(), input.sampleRate);
+    InterruptGuard interrupt;
+    ProcessSummary summary;
+    summary.sampleRate = input.sampleRate;
+    auto started = std::chrono::steady_clock::now();
+    while (int64_t frames = reader.Read(block.data(), request.blockFrames))
+    {
+        chain.Push(block.data(), static_cast<int32_t>(frames));
+        sink.RaiseError();
+        summary.framesIn += frames;
+        progress.Update(summary.framesIn);
+        if (interrupt.Requested())
+            throw CliError(CLI_EXIT_FAILED,
+                           "interrupted; " + Quoted(request.output) + " was not written");
+    }
+    writer.Commit();
+    progress.Finish();
+    summary.framesOut = sink.FramesOut();
+    summary.elapsedSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    return summary;
+}
+
+void WriteSoundFile(const std::filesystem::path& path, const SoundFileLayout& layout,
+                    const double* samples, int64_t frames)
+{
+    AtomicSoundFileWriter writer(path, layout);
+    writer.Write(samples, frames);
+    writer.Commit();
+}

@@ -1,0 +1,105 @@
+// Audio files of the command-line host, through libsndfile: a reader that
+// hands out interleaved doubles, a writer that never leaves a partial file
+// behind, and the choice of container and sample format for an output.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+
+struct sf_private_tag;
+
+// The sample formats that --format names; Same keeps the input's.
+enum class SampleFormat
+{
+    Same,
+    Pcm16,
+    Pcm24,
+    Pcm32,
+    Float,
+    Double
+};
+
+// "same", "pcm16", ... for the command line.
+const std::map<std::string, SampleFormat>& SampleFormatNames();
+
+// What a file holds: libsndfile's format word (container | encoding), rate, channels.
+struct SoundFileLayout
+{
+    int format = 0;
+    int sampleRate = 0;
+    int channels = 0;
+};
+
+class SoundFileReader
+{
+public:
+    // Throws CliError (failed) naming the file and the reason.
+    explicit SoundFileReader(const std::filesystem::path& path);
+    ~SoundFileReader();
+    SoundFileReader(const SoundFileReader&) = delete;
+    SoundFileReader& operator=(const SoundFileReader&) = delete;
+
+    const SoundFileLayout& Layout() const { return layout; }
+    // Frame count from the header; 0 or less when the container does not say.
+    int64_t Frames() const { return frames; }
+    // Reads up to `count` frames into `samples` (count * channels doubles, full
+    // scale 1.0). Returns the frames read, 0 at the end; throws on a read error.
+    int64_t Read(double* samples, int64_t count);
+
+private:
+    std::filesystem::path path;
+    sf_private_tag* file = nullptr;
+    SoundFileLayout layout;
+    int64_t frames = 0;
+};
+
+// Writes into a hidden temporary file beside the target and renames it over
+// the target in Commit, so that the target is either untouched or complete.
+// Destroyed without Commit, it removes the temporary file.
+class AtomicSoundFileWriter
+{
+public:
+    // Throws CliError (failed) when the folder cannot take the file.
+    AtomicSoundFileWriter(const std::filesystem::path& target, const SoundFileLayout& layout);
+    ~AtomicSoundFileWriter();
+    AtomicSoundFileWriter(const AtomicSoundFileWriter&) = delete;
+    AtomicSoundFileWriter& operator=(const AtomicSoundFileWriter&) = delete;
+
+    // Integer encodings clip at full scale rather than wrap around.
+    void Write(const double* samples, int64_t count);
+    void Commit();
+    int64_t FramesWritten() const { return framesWritten; }
+    const std::filesystem::path& TemporaryPath() const { return temporaryPath; }
+
+private:
+    void Discard();
+    void StartWriteback();
+
+    std::filesystem::path target;
+    std::filesystem::path temporaryPath;
+    int descriptor = -1;
+    sf_private_tag* file = nullptr;
+    int64_t framesWritten = 0;
+    // Bytes of the file whose writing to disk has been started.
+    off_t writebackStarted = 0;
+};
+
+// libsndfile's container for the file name's extension (case-blind).
+// Throws CliError (usage) for an extension that names no container it writes.
+int ContainerForPath(const std::filesystem::path& path);
+
+// The format word for writing `output`: its container, and the encoding that
+// `choice` names, or the input's encoding for Same (falling back to an encoding
+// the container can hold, with a note in `note`). Throws CliError (usage) when
+// the container cannot hold the encoding, channels or rate.
+int ChooseOutputFormat(const std::filesystem::path& output, SampleFormat choice,
+                       const SoundFileLayout& input, std::string* note = nullptr);
+
+// True when both paths name one existing file (same device and inode), whatever
+// links or relative parts lead there.
+bool IsSameFile(const std::filesystem::path& a, const std::filesystem::path& b);
+
+// The file name as the user should see it in messages.
+std::string Quoted(const std::filesystem::path& path);
