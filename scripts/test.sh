@@ -4,6 +4,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
+# Object files of any clone of the repository on this machine are reused: ccache
+# sees paths relative to the clone, not where the clone happens to be.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 cmake -S . -B build/sanitize -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DQVDSP_SANITIZE=ON > /dev/null
 cmake --build build/sanitize -j 2
