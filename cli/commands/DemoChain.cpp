@@ -8,6 +8,8 @@
 
 // The Equalizer's hook, in cli/EqCommand.cpp: selects one of its default presets.
 void SelectEqualizerDemoPreset(IQVDSP& plugin, CliHost& host);
+// The Effects hook, in cli/EffectsCommand.cpp: a room to hear.
+void SelectEffectsDemoSetting(IQVDSP& plugin, CliHost& host);
 
 namespace
 {
@@ -46,6 +48,7 @@ void ConfigureParametricEqualizer(IQVDSP& plugin, CliHost&)
 // player carries out itself and the module only keeps settings for.
 constexpr DemoStage DEMO_STAGES[] = {
     {"Equalizer", SelectEqualizerDemoPreset},
+    {"Effects", SelectEffectsDemoSetting},
     {"Tube Amplifier", nullptr},
     {"Parametric Equalizer", ConfigureParametricEqualizer},
     {"Volume Leveling", nullptr},

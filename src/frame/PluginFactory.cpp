@@ -1,5 +1,6 @@
 #include "frame/PluginFactory.h"
 
+#include "effects/EffectsPlugin.h"
 #include "effects/EqualizerPlugin.h"
 #include "effects/TubeAmplifier.h"
 #include "frame/SiblingModules.h"
@@ -15,6 +16,7 @@ IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unli
     switch (index)
     {
     case DSPPLUGIN_EQUALIZER: return new CEqualizerDSPPlugin(host, zone);
+    case DSPPLUGIN_EFFECTS: return new CEffectsDSPPlugin(host, zone);
     case DSPPLUGIN_VOLUME_LEVELING: return new CVolumeLevelingDSPPlugin(host, zone);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER: return new CParametricEqualizerDSPPlugin(host, zone, 0);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER_2: return new CParametricEqualizerDSPPlugin(host, zone, 1);
