@@ -360,6 +360,12 @@ void QVThread::Stop(int32_t timeoutMS)
                 thread = control->thread;
                 alive = !control->finished;
             }
+            if (!alive)
+            {
+                // In its last steps: the handle is cleared in a moment.
+                std::this_thread::yield();
+                continue;
+            }
             QVLog(1, u"QVThread::Stop",
                   u"Hard killing thread (handle=%x), it exceeded timeout=%d MS",
                   static_cast<uint64_t>(thread), timeoutMS);
@@ -367,7 +373,7 @@ void QVThread::Stop(int32_t timeoutMS)
             {
                 interruptTried = true;
                 bool interrupted = false;
-                if (alive && InterruptHandlerInstalled())
+                if (InterruptHandlerInstalled())
                 {
                     std::lock_guard<std::mutex> guard(control->lock);
                     // Under the lock the thread cannot reach its end, so its
@@ -377,7 +383,8 @@ void QVThread::Stop(int32_t timeoutMS)
                 }
                 if (interrupted)
                 {
-                    endEvent.Wait(INTERRUPT_GRACE_MS);
+                    if (endEvent.Wait(INTERRUPT_GRACE_MS))
+                        std::this_thread::yield();
                     continue;
                 }
             }
