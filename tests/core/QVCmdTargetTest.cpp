@@ -293,3 +293,30 @@ TEST(QVCmdTargetTest, ManyThreadsPostingReachTheTargetOnceEachInTheirOrder)
         ASSERT_EQ(entry.threadID, QVGetCurrentThreadID());
     }
 }
+
+TEST(QVCmdTargetTest, AStopThatPumpsLetsAWorkerFinishThatNeedsItsOwner)
+{
+    // The worker's last step needs an answer from the thread that stops it;
+    // a Stop that kept no commands moving would wait out its limit.
+    RecordingTarget owner;
+    owner.Create();
+    QVEvent answered;
+    owner.onCommand = [&answered](const QVCmd&) { answered.Set(); };
+    std::atomic<bool> finished{false};
+    BodyThread worker(
+        [&](QVThread& self)
+        {
+            self.WaitUntilStopped();
+            owner.Post(Command(1));
+            if (answered.Wait(5000))
+                finished = true;
+        });
+    worker.pumpWhileStopping = true;
+    ASSERT_TRUE(worker.StartThread());
+    const Clock::time_point start = Clock::now();
+    worker.Stop(4000);
+    EXPECT_TRUE(finished);
+    EXPECT_LT(MillisecondsSince(start), 4000);
+    ASSERT_EQ(owner.commands.size(), 1u);
+    EXPECT_EQ(owner.commands[0].threadID, QVGetCurrentThreadID());
+}
