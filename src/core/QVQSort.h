@@ -1,4 +1,5 @@
-// A quicksort over an array, in the calling thread or with one further worker.
+// A quicksort over an array, in the calling thread or with one further worker
+// on a QVThread.
 // Pending ranges live on one shared stack of at most 124 entries under a lock;
 // each worker pops a range, partitions it around the median of its first,
 // middle and last elements, pushes one side and goes on with the other, and
@@ -10,6 +11,8 @@
 #include <mutex>
 #include <thread>
 #include <utility>
+
+#include "core/QVThread.h"
 
 template <typename T>
 class IQVComparer
@@ -31,7 +34,7 @@ public:
 };
 
 template <typename T>
-class QVQSort
+class QVQSort : public QVThread
 {
 public:
     static constexpr int32_t MAX_RANGES = 124;
@@ -41,8 +44,10 @@ public:
         : m_items(items), m_count(count), m_comparer(comparer)
     {
     }
+    ~QVQSort() override { Stop(-1); }
 
-    // Sorts; with `useWorker` a second thread shares the ranges.
+    // Sorts; with `useWorker` a second thread shares the ranges. When that
+    // thread cannot be started, the calling thread sorts alone.
     void Sort(bool useWorker = false)
     {
         if (!m_items || m_count < 2)
@@ -50,17 +55,14 @@ public:
         m_top = 0;
         m_busy = 0;
         Push(0, m_count - 1);
-        if (useWorker)
-        {
-            std::thread worker([this] { Work(); });
-            Work();
-            worker.join();
-        }
-        else
-        {
-            Work();
-        }
+        const bool withWorker = useWorker && StartThread();
+        Work();
+        if (withWorker)
+            Wait();
     }
+
+protected:
+    void Run() override { Work(); }
 
 private:
     // Until the stack is empty and no worker holds a range that could push more.

@@ -3,7 +3,24 @@
 #include <algorithm>
 #include <mutex>
 
+#include "core/QVCmdTarget.h"
 #include "parametric/ParametricEqualizerPlugin.h"
+
+class CParametricEqualizerDlg::CSaveTimer : public QVCmdTarget
+{
+public:
+    explicit CSaveTimer(CParametricEqualizerDlg& panel) : panel(panel) { Create(); }
+
+protected:
+    void OnTimer(int32_t id) override
+    {
+        if (id == SAVE_TIMER_ID)
+            panel.OnSaveTimer();
+    }
+
+private:
+    CParametricEqualizerDlg& panel;
+};
 
 CParametricEqualizerDlg::CParametricEqualizerDlg(CParametricEqualizerDSPPlugin& owner)
     : plugin(owner), list(owner.GetFilterList())
@@ -209,22 +226,43 @@ void CParametricEqualizerDlg::ScheduleSave()
     // Each change restarts the timer, so typing doesn't save for every key.
     savePending = true;
     saveDueMs = clockMs + SAVE_DELAY_MS;
+    if (saveTimer)
+        saveTimer->SetTimer(SAVE_TIMER_ID, static_cast<int32_t>(SAVE_DELAY_MS));
+}
+
+void CParametricEqualizerDlg::UseThreadTimer()
+{
+    if (!saveTimer)
+        saveTimer = std::make_unique<CSaveTimer>(*this);
+    if (savePending)
+        saveTimer->SetTimer(SAVE_TIMER_ID, static_cast<int32_t>(SAVE_DELAY_MS));
+}
+
+void CParametricEqualizerDlg::OnSaveTimer()
+{
+    saveTimer->KillTimer(SAVE_TIMER_ID);  // one-shot
+    if (savePending)
+        Apply();
 }
 
 void CParametricEqualizerDlg::AdvanceClock(int64_t milliseconds)
 {
     clockMs += milliseconds;
     detailPanel.AdvanceClock(milliseconds);
-    if (savePending && clockMs >= saveDueMs)
+    if (!saveTimer && savePending && clockMs >= saveDueMs)
         Apply();
 }
 
 void CParametricEqualizerDlg::Apply()
 {
+    // Cleared before the timer is killed: killing runs a tick that is due
+    // already, and that tick must find nothing left to save.
+    savePending = false;
+    if (saveTimer)
+        saveTimer->KillTimer(SAVE_TIMER_ID);
     {
         std::lock_guard<std::recursive_mutex> guard(list.lock);
         applying = true;
-        savePending = false;
         for (const auto& filter : list.filters)
             filter->UpdateValuesFromPanel();
         Refresh();

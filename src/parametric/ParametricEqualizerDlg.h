@@ -2,10 +2,12 @@
 // filters with their check boxes and descriptions, the detail area with the
 // selected filter's controls, and the rules for add, remove, move, enable and
 // the delayed save. Its clock is explicit: the owner steps it, so the 750 ms
-// pending save can be driven exactly.
+// pending save can be driven exactly. A host with a message loop can time the
+// pending save with a timer of its thread instead (UseThreadTimer).
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "frame/PanelModel.h"
@@ -19,6 +21,7 @@ class CParametricEqualizerDlg : public QVPanelModel, public IParametricFilterPar
 {
 public:
     static constexpr int64_t SAVE_DELAY_MS = 750;
+    static constexpr int32_t SAVE_TIMER_ID = 1;
     static constexpr const char16_t* FILTERS_HEADING = u"Filters";
     static constexpr const char16_t* DETAILS_HEADING = u"Details for filter selected above";
     static constexpr const char16_t* REMOVE_QUESTION =
@@ -63,8 +66,14 @@ public:
     // Reads every filter's panel under the lock, refreshes the rows and saves.
     void Apply();
     int32_t GetRefreshCount() const { return refreshCount; }
+    // From now on the pending save is a one-shot timer of the calling thread,
+    // which fires when that thread pumps its commands and timers; the clock
+    // above then drives only the detail panel's messages.
+    void UseThreadTimer();
 
 private:
+    class CSaveTimer;
+    void OnSaveTimer();
     void ScheduleSave();
     void AttachSelected();
     void Refresh();
@@ -78,4 +87,5 @@ private:
     int64_t saveDueMs = 0;
     bool applying = false;
     int32_t refreshCount = 0;
+    std::unique_ptr<CSaveTimer> saveTimer;
 };
