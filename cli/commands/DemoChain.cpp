@@ -8,6 +8,8 @@
 
 // The Equalizer's hook, in cli/EqCommand.cpp: selects one of its default presets.
 void SelectEqualizerDemoPreset(IQVDSP& plugin, CliHost& host);
+// Room Correction's hook, in cli/RoomCommand.cpp: two speakers at different distances and levels.
+void ConfigureRoomCorrectionDemo(IQVDSP& plugin, CliHost& host);
 
 namespace
 {
@@ -48,6 +50,7 @@ constexpr DemoStage DEMO_STAGES[] = {
     {"Equalizer", SelectEqualizerDemoPreset},
     {"Tube Amplifier", nullptr},
     {"Parametric Equalizer", ConfigureParametricEqualizer},
+    {"Room Correction", ConfigureRoomCorrectionDemo},
     {"Volume Leveling", nullptr},
     {"Adaptive Volume", nullptr},
 };
