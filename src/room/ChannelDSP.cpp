@@ -89,6 +89,13 @@ void CChannelDSP::LoadSettings()
     highPassSlope = key.ReadInt(SettingName(channel, KEY_HIGHPASS_SLOPE), highPassSlope);
     lowPassSlope = key.ReadInt(SettingName(channel, KEY_LOWPASS_SLOPE), lowPassSlope);
     removedBassRouting = key.ReadInt(SettingName(channel, KEY_ROUTING), removedBassRouting);
+    // Text that reads as no number, or as one no panel could have written,
+    // falls back rather than reaching the audio path.
+    if (!std::isfinite(levelDB))
+        levelDB = DEFAULT_LEVEL_DB;
+    if (!std::isfinite(distanceFeet) || distanceFeet < 0.0)
+        distanceFeet = DEFAULT_DISTANCE_FEET;
+    distanceFeet = std::min(distanceFeet, MAX_DISTANCE_FEET);
 }
 
 bool CChannelDSP::SaveSettings() const

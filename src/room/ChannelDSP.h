@@ -47,6 +47,10 @@ public:
     // The ring holds at least this much, so that moving a speaker within a
     // normal room never has to grow it (and so restart it from silence).
     static constexpr double DELAY_CAPACITY_MS = 100.0;
+    // The farthest the panel can set (100 m); a stored distance beyond it is
+    // taken as this, so that a damaged value cannot ask for a ring of
+    // gigabytes.
+    static constexpr double MAX_DISTANCE_FEET = 100.0 / static_cast<double>(0.3048f);
     // Meter reading of the calibration tone, relative to full scale.
     static constexpr double TONE_LEVEL_DB = -23.0;
 

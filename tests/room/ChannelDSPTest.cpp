@@ -59,6 +59,14 @@ TEST_F(ChannelDSPTest, SettingsRoundTripThroughTheZoneKeyWithTheOldFlatKeyAsDefa
     EXPECT_EQ(again.highPassSlope, 36);
     EXPECT_EQ(again.lowPassSlope, 24);
     EXPECT_EQ(again.removedBassRouting, 2);
+    // Damaged text falls back: a distance beyond the panel's reach is its
+    // end, one below 0 or no number at all is none.
+    store.Write(u"Zones\\0\\Room Correction", u"Channel 5 - Distance (ft)", u"1e12");
+    store.Write(u"Zones\\0\\Room Correction", u"Channel 6 - Distance (ft)", u"-4");
+    store.Write(u"Zones\\0\\Room Correction", u"Channel 6 - Level (dB)", u"1e999");
+    EXPECT_NEAR(CChannelDSP(5, 0).distanceFeet, 328.084, 1e-3);
+    EXPECT_EQ(CChannelDSP(6, 0).distanceFeet, 0.0);
+    EXPECT_EQ(CChannelDSP(6, 0).levelDB, 0.0);
     // Another zone and another speaker keep their defaults.
     EXPECT_EQ(CChannelDSP(1, 2).levelDB, 0.0);
     EXPECT_EQ(CChannelDSP(0, 0).removedBassRouting, 0);
