@@ -20,6 +20,7 @@ int main(int argc, char** argv)
     AddSettingsCommand(app, context);
     AddEqCommand(app, context);
     AddEffectsCommand(app, context);
+    AddRoomCommand(app, context);
 
     // Without this, a mistyped command reads as a missing one.
     if (argc > 1 && argv[1][0] != '-')

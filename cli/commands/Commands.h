@@ -45,3 +45,4 @@ void AddPeqCommand(CLI::App& app, CliContext& context);
 void AddSettingsCommand(CLI::App& app, CliContext& context);
 void AddEqCommand(CLI::App& app, CliContext& context);
 void AddEffectsCommand(CLI::App& app, CliContext& context);
+void AddRoomCommand(CLI::App& app, CliContext& context);

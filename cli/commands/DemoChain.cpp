@@ -10,6 +10,8 @@
 void SelectEqualizerDemoPreset(IQVDSP& plugin, CliHost& host);
 // The Effects hook, in cli/EffectsCommand.cpp: a room to hear.
 void SelectEffectsDemoSetting(IQVDSP& plugin, CliHost& host);
+// Room Correction's hook, in cli/RoomCommand.cpp: two speakers at different distances and levels.
+void ConfigureRoomCorrectionDemo(IQVDSP& plugin, CliHost& host);
 
 namespace
 {
@@ -51,6 +53,7 @@ constexpr DemoStage DEMO_STAGES[] = {
     {"Effects", SelectEffectsDemoSetting},
     {"Tube Amplifier", nullptr},
     {"Parametric Equalizer", ConfigureParametricEqualizer},
+    {"Room Correction", ConfigureRoomCorrectionDemo},
     {"Volume Leveling", nullptr},
     {"Adaptive Volume", nullptr},
 };

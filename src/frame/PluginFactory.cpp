@@ -7,6 +7,7 @@
 #include "output/AdaptiveVolume.h"
 #include "output/VolumeLeveling.h"
 #include "parametric/ParametricEqualizerPlugin.h"
+#include "room/ChannelsDSPPlugin.h"
 
 // Indices whose plug-in is not part of this build yet answer null, like an
 // unknown index.
@@ -18,6 +19,7 @@ IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unli
     case DSPPLUGIN_EQUALIZER: return new CEqualizerDSPPlugin(host, zone);
     case DSPPLUGIN_EFFECTS: return new CEffectsDSPPlugin(host, zone);
     case DSPPLUGIN_VOLUME_LEVELING: return new CVolumeLevelingDSPPlugin(host, zone);
+    case DSPPLUGIN_ROOM_CORRECTION: return new CChannelsDSPPlugin(host, zone);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER: return new CParametricEqualizerDSPPlugin(host, zone, 0);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER_2: return new CParametricEqualizerDSPPlugin(host, zone, 1);
     case DSPPLUGIN_ADAPTIVE_VOLUME: return new CAdaptiveVolumeDSPPlugin(host, zone);
