@@ -4,6 +4,7 @@
 #include "effects/TubeAmplifier.h"
 #include "frame/SiblingModules.h"
 #include "output/AdaptiveVolume.h"
+#include "output/OutputFormatPlugin.h"
 #include "output/VolumeLeveling.h"
 #include "parametric/ParametricEqualizerPlugin.h"
 
@@ -16,6 +17,7 @@ IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unli
     {
     case DSPPLUGIN_EQUALIZER: return new CEqualizerDSPPlugin(host, zone);
     case DSPPLUGIN_VOLUME_LEVELING: return new CVolumeLevelingDSPPlugin(host, zone);
+    case DSPPLUGIN_OUTPUT_FORMAT: return new COutputFormatDSPPlugin(host, zone);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER: return new CParametricEqualizerDSPPlugin(host, zone, 0);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER_2: return new CParametricEqualizerDSPPlugin(host, zone, 1);
     case DSPPLUGIN_ADAPTIVE_VOLUME: return new CAdaptiveVolumeDSPPlugin(host, zone);
