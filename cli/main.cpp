@@ -19,6 +19,8 @@ int main(int argc, char** argv)
     AddPeqCommand(app, context);
     AddSettingsCommand(app, context);
     AddEqCommand(app, context);
+    AddOutputCommand(app, context);
+    AddRegisterCommand(app, context);
 
     // Without this, a mistyped command reads as a missing one.
     if (argc > 1 && argv[1][0] != '-')

@@ -44,3 +44,5 @@ void AddDemoCommand(CLI::App& app, CliContext& context);
 void AddPeqCommand(CLI::App& app, CliContext& context);
 void AddSettingsCommand(CLI::App& app, CliContext& context);
 void AddEqCommand(CLI::App& app, CliContext& context);
+void AddOutputCommand(CLI::App& app, CliContext& context);
+void AddRegisterCommand(CLI::App& app, CliContext& context);

@@ -21,7 +21,8 @@ std::vector<DSPRegistration> CollectDSPRegistrations();
 // The values written beside each plug-in's name.
 inline constexpr const char16_t* DSP_REGISTRATION_VERSION = u"1.1.6";
 inline constexpr const char16_t* DSP_REGISTRATION_COMPANY = u"Quovan";
-inline constexpr const char16_t* DSP_REGISTRATION_URL = u"https://quovan.org/dsp";
+// A placeholder address under a reserved name until the project has a site of its own.
+inline constexpr const char16_t* DSP_REGISTRATION_URL = u"https://quovan.example/dsp";
 inline constexpr const char16_t* DSP_REGISTRATION_COPYRIGHT =
     u"Copyright (C) Quovan DSP developers, GPL-3.0-or-later";
 inline constexpr const char16_t* DSP_REGISTRATION_DESCRIPTION =
