@@ -21,6 +21,8 @@ int main(int argc, char** argv)
     AddEqCommand(app, context);
     AddEffectsCommand(app, context);
     AddRoomCommand(app, context);
+    AddOutputCommand(app, context);
+    AddRegisterCommand(app, context);
 
     // Without this, a mistyped command reads as a missing one.
     if (argc > 1 && argv[1][0] != '-')

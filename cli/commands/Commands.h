@@ -46,3 +46,5 @@ void AddSettingsCommand(CLI::App& app, CliContext& context);
 void AddEqCommand(CLI::App& app, CliContext& context);
 void AddEffectsCommand(CLI::App& app, CliContext& context);
 void AddRoomCommand(CLI::App& app, CliContext& context);
+void AddOutputCommand(CLI::App& app, CliContext& context);
+void AddRegisterCommand(CLI::App& app, CliContext& context);

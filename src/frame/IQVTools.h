@@ -45,12 +45,27 @@ protected:
     ~IQVScaler() = default;
 };
 
+// The program's description of itself, which a tools module loads for each
+// module that asks.
+class IQVProductDescription
+{
+public:
+    // Loads the description for `moduleName` (empty: this program); false with
+    // the reason in `error` (possibly empty) when it cannot.
+    virtual bool Load(const QVString& moduleName, QVString& error) = 0;
+
+protected:
+    ~IQVProductDescription() = default;
+};
+
 class IQVTools
 {
 public:
     // 1: receives a value held by the sibling-module loader and this module's handle.
     virtual void Attach(void* loaderValue, void* moduleHandle) {}
-    virtual void* ReservedTools2() { return nullptr; }
+    // 2: the product description; made on demand when `create` is true. Tools
+    // without one (the built-in ones) need nothing loaded and answer null.
+    virtual IQVProductDescription* GetProductDescription(bool create) { return nullptr; }
     virtual void* ReservedTools3() { return nullptr; }
     virtual void* ReservedTools4() { return nullptr; }
     virtual void* ReservedTools5() { return nullptr; }

@@ -5,6 +5,7 @@
 #include "effects/TubeAmplifier.h"
 #include "frame/SiblingModules.h"
 #include "output/AdaptiveVolume.h"
+#include "output/OutputFormatPlugin.h"
 #include "output/VolumeLeveling.h"
 #include "parametric/ParametricEqualizerPlugin.h"
 #include "room/ChannelsDSPPlugin.h"
@@ -20,6 +21,7 @@ IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unli
     case DSPPLUGIN_EFFECTS: return new CEffectsDSPPlugin(host, zone);
     case DSPPLUGIN_VOLUME_LEVELING: return new CVolumeLevelingDSPPlugin(host, zone);
     case DSPPLUGIN_ROOM_CORRECTION: return new CChannelsDSPPlugin(host, zone);
+    case DSPPLUGIN_OUTPUT_FORMAT: return new COutputFormatDSPPlugin(host, zone);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER: return new CParametricEqualizerDSPPlugin(host, zone, 0);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER_2: return new CParametricEqualizerDSPPlugin(host, zone, 1);
     case DSPPLUGIN_ADAPTIVE_VOLUME: return new CAdaptiveVolumeDSPPlugin(host, zone);

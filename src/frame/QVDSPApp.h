@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 class QVApp
 {
@@ -27,6 +29,8 @@ public:
 
     void* GetInstanceHandle() const { return instance; }
     int32_t GetAttachCount() const { return attachCount.load(); }
+    // The process's command line, copied at the first attach.
+    const std::vector<std::string>& GetCommandLine() const { return commandLine; }
 
     // The application object of this module: the first one constructed.
     static QVApp* GetCurrent();
@@ -34,6 +38,7 @@ public:
 protected:
     void* instance = nullptr;
     std::atomic<int32_t> attachCount{0};
+    std::vector<std::string> commandLine;
 };
 
 class QVDllApp : public QVApp
@@ -52,3 +57,9 @@ public:
 
 // The module's one application object.
 QVDSPApp& GetDSPApp();
+
+// The seed of the module's random numbers, taken from the high-resolution
+// clock when the module is loaded: one step of the classic linear congruential
+// generator over the clock's low 32 bits, keeping 15 bits.
+uint32_t QVRandomSeedFromClock(uint64_t clockTicks);
+uint32_t QVGetRandomSeed();

@@ -18,5 +18,18 @@ struct DSPRegistration
 // nothing are left out.
 std::vector<DSPRegistration> CollectDSPRegistrations();
 
+// The values written beside each plug-in's name.
 inline constexpr const char16_t* DSP_REGISTRATION_VERSION = u"1.1.6";
 inline constexpr const char16_t* DSP_REGISTRATION_COMPANY = u"Quovan";
+// A placeholder address under a reserved name until the project has a site of its own.
+inline constexpr const char16_t* DSP_REGISTRATION_URL = u"https://quovan.example/dsp";
+inline constexpr const char16_t* DSP_REGISTRATION_COPYRIGHT =
+    u"Copyright (C) Quovan DSP developers, GPL-3.0-or-later";
+inline constexpr const char16_t* DSP_REGISTRATION_DESCRIPTION =
+    u"%s (part of Quovan main DSP plug-ins)";
+
+// Keys of the registration, opened with systemScope.
+inline constexpr const char16_t* DSP_REGISTRATION_KEY = u"Plugins\\DSP";
+inline constexpr const char16_t* DSP_REGISTRATION_SYSTEM_KEY = u"Plugins\\System";
+// A plug-in of earlier versions whose key registration removes.
+inline constexpr const char16_t* DSP_REGISTRATION_RETIRED = u"Speakers";

@@ -95,3 +95,25 @@ TEST(SiblingModules, ModuleFolderAndLoading)
     EXPECT_EQ(LoadSiblingModule(QVDSP_SHARED_MODULE_PATH), module);
     UnloadSiblingModules();
 }
+
+TEST(QVDSPApp, RandomSeedFromTheClock)
+{
+    // Worked by hand: (t * 214013 + 2531011) mod 2^32, shifted by 16, 15 bits kept.
+    EXPECT_EQ(QVRandomSeedFromClock(0), 38u);
+    EXPECT_EQ(QVRandomSeedFromClock(1), 41u);
+    EXPECT_EQ(QVRandomSeedFromClock(100000), 31684u);
+    EXPECT_EQ(QVRandomSeedFromClock((uint64_t(1) << 32) + 1), 41u);  // the low 32 bits count
+    EXPECT_EQ(QVRandomSeedFromClock(123456789012ull), 15748u);
+    EXPECT_LE(QVGetRandomSeed(), 0x7fffu);
+}
+
+TEST(QVDSPApp, FirstAttachCopiesTheCommandLine)
+{
+    CountingApp app;
+    EXPECT_TRUE(app.GetCommandLine().empty());
+    app.Entry(&handleValue, QVApp::ENTRY_ATTACH);
+    ASSERT_FALSE(app.GetCommandLine().empty());
+    const std::string program = app.GetCommandLine()[0];
+    EXPECT_NE(program.find("frame_tests"), std::string::npos) << program;
+    app.Entry(nullptr, QVApp::ENTRY_DETACH);
+}

@@ -66,6 +66,7 @@ static std::vector<int32_t> KindsAnsweredWithZero(int32_t index)
 {
     switch (index)
     {
+    case DSPPLUGIN_OUTPUT_FORMAT: return {DSPCMD_SET_STATE, DSPCMD_RELOAD, DSPCMD_DESCRIBE};
     case DSPPLUGIN_VOLUME_LEVELING:
     case DSPPLUGIN_ADAPTIVE_VOLUME:
     case DSPPLUGIN_TUBE_AMPLIFIER: return {DSPCMD_SET_STATE, DSPCMD_DESCRIBE};

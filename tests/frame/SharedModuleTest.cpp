@@ -3,7 +3,10 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -102,6 +105,17 @@ TEST(SharedModule, PluginsMadeThroughTheExportProcessABlock)
         EXPECT_EQ(sink.totalFrames, 256) << index;
     }
     // The unlisted Tube Amplifier is not reachable through the export.
-    EXPECT_EQ(made, (std::set<int32_t>{0, 1, 2, 6, 8, 10, 11}));
+    EXPECT_EQ(made, (std::set<int32_t>{0, 1, 2, 3, 6, 8, 10, 11}));
+    // Registration writes into the store: one of its own, gone afterwards.
+    const std::string store =
+        testing::TempDir() + "qvdsp-shared-module-" + std::to_string(::getpid()) + ".json";
+    const char* previous = std::getenv("QVDSP_SETTINGS");
+    const std::string kept = previous != nullptr ? previous : "";
+    setenv("QVDSP_SETTINGS", store.c_str(), 1);
     EXPECT_EQ(registerServer(), 0);
+    std::remove(store.c_str());
+    if (previous != nullptr)
+        setenv("QVDSP_SETTINGS", kept.c_str(), 1);
+    else
+        unsetenv("QVDSP_SETTINGS");
 }
