@@ -1,5 +1,6 @@
 #include "frame/PluginFactory.h"
 
+#include "effects/AnalyzerPlugin.h"
 #include "effects/EqualizerPlugin.h"
 #include "effects/TubeAmplifier.h"
 #include "frame/SiblingModules.h"
@@ -16,6 +17,7 @@ IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unli
     {
     case DSPPLUGIN_EQUALIZER: return new CEqualizerDSPPlugin(host, zone);
     case DSPPLUGIN_VOLUME_LEVELING: return new CVolumeLevelingDSPPlugin(host, zone);
+    case DSPPLUGIN_ANALYZER: return new CAnalyzerDSPPlugin(host, zone);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER: return new CParametricEqualizerDSPPlugin(host, zone, 0);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER_2: return new CParametricEqualizerDSPPlugin(host, zone, 1);
     case DSPPLUGIN_ADAPTIVE_VOLUME: return new CAdaptiveVolumeDSPPlugin(host, zone);
