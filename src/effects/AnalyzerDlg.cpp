@@ -118,11 +118,17 @@ void CAnalyzerDlg::ApplyRange()
     draw.SetRange(minimumHz, maximumHz, fftSize);
 }
 
-bool CAnalyzerDlg::Paint(const CAnalyzerRect& plot)
+bool CAnalyzerDlg::PullFrame()
 {
     const bool computed = plugin.UpdateFrame(frame);
     if (computed)
         ++framesComputed;
+    return computed;
+}
+
+bool CAnalyzerDlg::Paint(const CAnalyzerRect& plot)
+{
+    const bool computed = PullFrame();
     draw.SetRectangle(plot);
     traces.clear();
     if (framesComputed > 0)

@@ -43,6 +43,9 @@ public:
     bool GetHighResolution() const { return highResolution; }
     void SetHighResolution(bool checked);
 
+    // A frame from the plug-in into the panel's record, without drawing:
+    // what a repaint does first. False when the ring has no frame yet.
+    bool PullFrame();
     // One repaint of a plot occupying `plot`: a frame when the ring has one,
     // then the traces and the level line. False when no frame was computed.
     bool Paint(const CAnalyzerRect& plot);
