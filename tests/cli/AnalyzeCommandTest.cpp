@@ -132,13 +132,14 @@ TEST_F(AnalyzeCommandTest, AtSecondsAndTheJsonRecord)
     EXPECT_EQ(frame["traces"][1]["name"], "Left");
     EXPECT_EQ(frame["traces"][2]["points"].size(), 784u);  // the plot of an 800-pixel picture
 
-    // At the end, after half a second of silence (30 more frames, the first 5 still
-    // seeing some of the tone), the level has glided up most of the way to 0.0 dB.
+    // At the end, after half a second of silence, the level has glided most of the
+    // way up to 0.0 dB: 26 frames see only silence, and the 5 before them a tone
+    // partly cut (a lower level than the whole tone's).
     RunResult after = Run({input, "--json"});
     ASSERT_EQ(after.exitCode, 0) << after.err;
     const double level = nlohmann::json::parse(after.out)["levels"][1].get<double>();
-    EXPECT_GT(level, -8.71 * std::pow(0.875, 25));
-    EXPECT_LT(level, -8.71 * std::pow(0.875, 30));
+    EXPECT_GT(level, -30.0 * std::pow(0.875, 26));
+    EXPECT_LT(level, -8.71 * std::pow(0.875, 31));
 
     // High resolution: 16384 points.
     RunResult high = Run({input, "--high-resolution", "--json"});
