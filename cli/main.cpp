@@ -23,6 +23,7 @@ int main(int argc, char** argv)
     AddRoomCommand(app, context);
     AddOutputCommand(app, context);
     AddRegisterCommand(app, context);
+    AddAnalyzeCommand(app, context);
 
     // Without this, a mistyped command reads as a missing one.
     if (argc > 1 && argv[1][0] != '-')

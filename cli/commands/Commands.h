@@ -48,3 +48,4 @@ void AddEffectsCommand(CLI::App& app, CliContext& context);
 void AddRoomCommand(CLI::App& app, CliContext& context);
 void AddOutputCommand(CLI::App& app, CliContext& context);
 void AddRegisterCommand(CLI::App& app, CliContext& context);
+void AddAnalyzeCommand(CLI::App& app, CliContext& context);

@@ -1,5 +1,6 @@
 // qvdsp demo: the embedded default. Synthesises a test signal, runs it through
 // the demo chain and shows what the chain did to it.
+#include "cli/commands/AnalyzerReport.h"
 #include "cli/commands/Commands.h"
 #include "cli/commands/DemoChain.h"
 #include "cli/commands/DemoSignal.h"
@@ -122,8 +123,17 @@ void RunDemo(const CliContext& context, const std::string& requestedFolder)
     format.Set(64, Plan::SAMPLE_RATE, Plan::CHANNELS);
     PrintLevels(before, MeasureFile(request.output), format);
     std::cout << summary << '\n';
-    std::cout << "Wrote " << request.input.string() << "\n  and " << request.output.string()
-              << '\n';
+
+    // What the Analyzer shows at the end of the output, as a player would show it.
+    const std::filesystem::path spectrum = folder / "demo-spectrum.svg";
+    const AnalyzerPictureSize size;
+    AnalyzerSession analyzer(host, context.zone);
+    analyzer.Run(request.output, std::nullopt, size);
+    WriteTextFileAtomically(spectrum, AnalyzerSvg(analyzer.Panel(), size));
+    std::cout << "Analyzer at the end: " << PlainLevelLine(analyzer.Panel().GetLevelLine()) << '\n';
+
+    std::cout << "Wrote " << request.input.string() << ",\n      " << request.output.string()
+              << "\n  and " << spectrum.string() << '\n';
 }
 
 }  // namespace
@@ -132,7 +142,8 @@ void AddDemoCommand(CLI::App& app, CliContext& context)
 {
     CLI::App* command =
         app.add_subcommand("demo", "Synthesise a test signal, run it through the demo chain, write "
-                                   "demo-in.wav and demo-out.wav");
+                                   "demo-in.wav, demo-out.wav and the Analyzer's "
+                                   "demo-spectrum.svg");
     auto folder = std::make_shared<std::string>();
     command->add_option("--out", *folder,
                         "Folder for the files (default: a new folder under $TMPDIR/Quovan/Temp)");

@@ -1,6 +1,7 @@
 #include "frame/PluginFactory.h"
 
 #include "effects/EffectsPlugin.h"
+#include "effects/AnalyzerPlugin.h"
 #include "effects/EqualizerPlugin.h"
 #include "effects/TubeAmplifier.h"
 #include "frame/SiblingModules.h"
@@ -22,6 +23,7 @@ IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unli
     case DSPPLUGIN_VOLUME_LEVELING: return new CVolumeLevelingDSPPlugin(host, zone);
     case DSPPLUGIN_ROOM_CORRECTION: return new CChannelsDSPPlugin(host, zone);
     case DSPPLUGIN_OUTPUT_FORMAT: return new COutputFormatDSPPlugin(host, zone);
+    case DSPPLUGIN_ANALYZER: return new CAnalyzerDSPPlugin(host, zone);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER: return new CParametricEqualizerDSPPlugin(host, zone, 0);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER_2: return new CParametricEqualizerDSPPlugin(host, zone, 1);
     case DSPPLUGIN_ADAPTIVE_VOLUME: return new CAdaptiveVolumeDSPPlugin(host, zone);

@@ -270,4 +270,8 @@ TEST_F(QvdspCommandTest, DemoWritesBothFilesAndShowsTheLevels)
                 testing::ContainsRegex("\n  Right" + level + level + level + level + "\n"));
     EXPECT_NE(result.out.find("480000 frames in, 480000 frames out"), std::string::npos)
         << result.out;
+    // The Analyzer's picture of the output, named at the end.
+    const std::string spectrum = clitest::ReadBytes(folder / "demo-spectrum.svg");
+    EXPECT_NE(spectrum.find("<polyline data-trace=\"2\""), std::string::npos);
+    EXPECT_THAT(result.out, testing::EndsWith("demo-spectrum.svg\n"));
 }

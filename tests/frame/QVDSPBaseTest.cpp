@@ -70,6 +70,7 @@ static std::vector<int32_t> KindsAnsweredWithZero(int32_t index)
     case DSPPLUGIN_VOLUME_LEVELING:
     case DSPPLUGIN_ADAPTIVE_VOLUME:
     case DSPPLUGIN_TUBE_AMPLIFIER: return {DSPCMD_SET_STATE, DSPCMD_DESCRIBE};
+    case DSPPLUGIN_ANALYZER:
     case DSPPLUGIN_PARAMETRIC_EQUALIZER:
     case DSPPLUGIN_PARAMETRIC_EQUALIZER_2: return {DSPCMD_DESCRIBE};
     default: return {};  // the Equalizer: its reload answers -1 too
