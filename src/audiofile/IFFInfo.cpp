@@ -161,10 +161,12 @@ int64_t CIFFInfo::Read(void* destination, int64_t startFrame, int64_t frames, in
     const int64_t position = FrameToPosition(startFrame);
     const int64_t bits = CheckedProduct(frames, GetBitsPerFrame());
     int64_t wanted = bits < 0 ? kInt64Max : bits / 8;
-    const int64_t dataEnd = dataStart + dataSize;
-    if (position >= dataEnd)
+    // What remains of the data counts from the first frame's place, which
+    // some containers put behind an offset of their own.
+    const int64_t remaining = dataSize - (position - FrameToPosition(0));
+    if (remaining < 1)
         return 0;
-    wanted = std::min(wanted, dataEnd - position);
+    wanted = std::min(wanted, remaining);
     if (wanted < 1)
         return 0;
     const int64_t before = restorePosition ? stream->GetPosition() : 0;
