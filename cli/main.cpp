@@ -19,6 +19,7 @@ int main(int argc, char** argv)
     AddPeqCommand(app, context);
     AddSettingsCommand(app, context);
     AddEqCommand(app, context);
+    AddInfoCommand(app, context);
 
     // Without this, a mistyped command reads as a missing one.
     if (argc > 1 && argv[1][0] != '-')

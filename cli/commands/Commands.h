@@ -44,3 +44,4 @@ void AddDemoCommand(CLI::App& app, CliContext& context);
 void AddPeqCommand(CLI::App& app, CliContext& context);
 void AddSettingsCommand(CLI::App& app, CliContext& context);
 void AddEqCommand(CLI::App& app, CliContext& context);
+void AddInfoCommand(CLI::App& app, CliContext& context);

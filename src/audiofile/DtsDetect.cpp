@@ -108,6 +108,9 @@ struct FrameHeader
 // The core frame header at `bytes`, which holds at least kHeaderBytes.
 bool ReadFrameHeader(const uint8_t* bytes, FrameHeader& header)
 {
+    // Most positions a scan visits fail here, before any bit is taken apart.
+    if (bytes[0] != 0x7F || bytes[1] != 0xFE || bytes[2] != 0x80 || bytes[3] != 0x01)
+        return false;
     CBitReader reader(bytes);
     if (reader.Take(32) != kSyncWord)
         return false;

@@ -12,6 +12,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <unistd.h>
 
 namespace
 {
@@ -139,7 +140,7 @@ TEST(ReaderTolerances, WaveChunkOrderAndSizes)
     EXPECT_EQ(reader.GetDataStart(), 20);
     EXPECT_EQ(reader.GetDataSize(), 40);
     EXPECT_EQ(reader.GetFrames(), 10);
-    EXPECT_EQ(reader.GetTrailingSize(), early.Size() - 60);
+    EXPECT_EQ(reader.GetTrailingSize(), static_cast<int64_t>(early.Size()) - 60);
     ASSERT_EQ(reader.GetChunks().size(), 3u);
     EXPECT_TRUE(reader.GetChunks()[1].Is("junk"));
     EXPECT_EQ(reader.GetChunks()[2].Position, 72);

@@ -6,10 +6,13 @@
 
 #include <sndfile.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <tuple>
+#include <unistd.h>
 #include <vector>
 
 #include "audiofile/AIFFInfo.h"
