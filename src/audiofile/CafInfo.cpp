@@ -5,11 +5,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 
 namespace
 {
-constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
 constexpr int64_t kChunkHeader = 12;
 constexpr uint32_t kDescriptionSize = 32;
 

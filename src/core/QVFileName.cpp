@@ -36,7 +36,9 @@ QVString QVFileSystem::MakeFileNameText(const QVString& path, const QVPropertyMa
     std::sort(items.begin(), items.end());
     for (const auto& [name, value] : items)
     {
-        if (name.CompareNoCase(kFileNameItem) != 0)
+        // Items are named with case, as the map keeps them: only the path's
+        // own name is left out, not "FileName" or "FILENAME".
+        if (name != kFileNameItem)
             AppendItem(text, name, value);
     }
     text += u"</XMLFN>";

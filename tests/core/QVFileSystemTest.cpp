@@ -191,6 +191,14 @@ TEST(QVFileSystem, FileNameText)
     EXPECT_TRUE(back.IsEqual(items));
     EXPECT_EQ(QVFileSystem::GetPlainPath(text), QVString(u"/music/A & B.l16"));
 
+    // Item names keep their case: "FileName" is an item of its own.
+    QVPropertyMap cased;
+    cased.SetString(u"FileName", u"other");
+    ASSERT_TRUE(QVFileSystem::ReadFileNameText(QVFileSystem::MakeFileNameText(u"/x.wav", &cased),
+                                               path, &back));
+    EXPECT_EQ(path, QVString(u"/x.wav"));
+    EXPECT_TRUE(back.IsEqual(cased));
+
     // Plain names and URLs stay as they are, both ways.
     EXPECT_EQ(QVFileSystem::MakeFileNameText(u"/a & b.wav"), QVString(u"/a & b.wav"));
     EXPECT_EQ(QVFileSystem::MakeFileNameText(u"http://host/a.wav?x&y", &items),
