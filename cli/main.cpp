@@ -24,6 +24,7 @@ int main(int argc, char** argv)
     AddOutputCommand(app, context);
     AddRegisterCommand(app, context);
     AddAnalyzeCommand(app, context);
+    AddInfoCommand(app, context);
 
     // Without this, a mistyped command reads as a missing one.
     if (argc > 1 && argv[1][0] != '-')

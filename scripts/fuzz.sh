@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang and runs each for a number of seconds.
 #
-#   scripts/fuzz.sh [SECONDS] [TARGET...]      (targets: XmlReader LoadXml TokenReader)
+#   scripts/fuzz.sh [SECONDS] [TARGET...]      (targets: XmlReader LoadXml TokenReader
+#                                               AudioReaders FileName)
 #
 # SECONDS defaults to 60 per target. The build goes to $QVDSP_FUZZ_BUILD
 # (default build/fuzz); $QVDSP_BUILD_COMMAND replaces "cmake --build" when
@@ -14,7 +15,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 [[ $# -gt 0 ]] && shift
 targets=("$@")
-[[ ${#targets[@]} -eq 0 ]] && targets=(XmlReader LoadXml TokenReader)
+[[ ${#targets[@]} -eq 0 ]] && targets=(XmlReader LoadXml TokenReader AudioReaders FileName)
 build=${QVDSP_FUZZ_BUILD:-build/fuzz}
 build_command=${QVDSP_BUILD_COMMAND:-cmake --build}
 

@@ -49,3 +49,4 @@ void AddRoomCommand(CLI::App& app, CliContext& context);
 void AddOutputCommand(CLI::App& app, CliContext& context);
 void AddRegisterCommand(CLI::App& app, CliContext& context);
 void AddAnalyzeCommand(CLI::App& app, CliContext& context);
+void AddInfoCommand(CLI::App& app, CliContext& context);

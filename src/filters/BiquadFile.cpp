@@ -1,6 +1,7 @@
 #include "filters/BiquadFile.h"
 
-#include <fstream>
+#include "core/QVFileSystem.h"
+
 #include <string_view>
 #include <vector>
 
@@ -10,7 +11,7 @@ namespace
 {
 // A biquad file is a few hundred bytes; only its beginning can matter, so a
 // huge file chosen by mistake is not pulled into memory whole.
-constexpr std::streamsize MaxFileBytes = 1 << 20;
+constexpr int64_t MaxFileBytes = 1 << 20;
 
 char16_t FoldAscii(char16_t c)
 {
@@ -66,17 +67,6 @@ int CoefficientIndex(std::u16string_view line)
     return -1;
 }
 
-// The bytes of a file, or nothing when it cannot be read.
-std::vector<uint8_t> ReadBytes(const QVString& path)
-{
-    std::ifstream file(path.ToUTF8(), std::ios::binary);
-    if (!file)
-        return {};
-    std::vector<uint8_t> bytes(MaxFileBytes);
-    file.read(reinterpret_cast<char*>(bytes.data()), MaxFileBytes);
-    bytes.resize(static_cast<size_t>(file.gcount()));
-    return bytes;
-}
 }  // namespace
 
 int32_t ParseText(const QVString& text, double (*rows)[6])
@@ -108,7 +98,8 @@ int32_t ReadFile(const QVString& path, double (*rows)[6])
 {
     if (path.IsEmpty())
         return 0;
-    const std::vector<uint8_t> bytes = ReadBytes(path);
+    std::vector<uint8_t> bytes;
+    QVFileSystem::ReadFileToBuffer(path, bytes, MaxFileBytes);
     return ParseText(QVDecodeText(bytes.data(), bytes.size()), rows);
 }
 }  // namespace BiquadFile
