@@ -1,7 +1,7 @@
 #include "frame/PluginFactory.h"
 
-#include "effects/EffectsPlugin.h"
 #include "effects/AnalyzerPlugin.h"
+#include "effects/EffectsPlugin.h"
 #include "effects/EqualizerPlugin.h"
 #include "effects/TubeAmplifier.h"
 #include "frame/SiblingModules.h"
