@@ -2,8 +2,9 @@
 // flat setting beside it, which should cost no more than the loop over bands.
 #include <benchmark/benchmark.h>
 
+#include "PluginBlocks.h"
+
 #include <cstdint>
-#include <random>
 #include <vector>
 
 #include "effects/EqualizerPlugin.h"
@@ -15,12 +16,6 @@ constexpr int32_t kSampleRate = 48000;
 constexpr int32_t kChannels = 2;
 // Every band moved (Rock), and no band moved.
 constexpr const char16_t* kAllBands = u"OCCKKUUYYUUNNKKCCCCCC";
-
-class DiscardingSink : public IQVDSPSink
-{
-public:
-    void Output(double* samples, int32_t) override { benchmark::DoNotOptimize(samples); }
-};
 
 void RunEqualizer(benchmark::State& state, const char16_t* setting)
 {
@@ -34,25 +29,9 @@ void RunEqualizer(benchmark::State& state, const char16_t* setting)
     plugin.GetPresets().settings = QVString(setting);
     plugin.GetEngine().ApplySetting(plugin.GetPresets().settings);
 
-    std::mt19937_64 generator(1);
-    std::vector<double> source(static_cast<size_t>(frames) * kChannels);
-    for (double& sample : source)
-        sample = static_cast<double>(generator() >> 11) * 0x1.0p-53 - 0.5;
-    std::vector<double> block = source;
-    DiscardingSink sink;
-
-    for (auto _ : state)
-    {
-        // A fresh copy each time keeps the level steady; the copy is small
-        // beside twenty bands.
-        block = source;
-        plugin.Process(block.data(), frames, &sink);
-        benchmark::ClobberMemory();
-    }
+    const double framesDone =
+        RunPluginBlocks(state, plugin, NoiseBlock(frames, kChannels), frames, kSampleRate);
     SetQVTools(previous);
-    const double framesDone = static_cast<double>(state.iterations()) * frames;
-    state.counters["x realtime"] =
-        benchmark::Counter(framesDone / kSampleRate, benchmark::Counter::kIsRate);
     state.counters["ns/band-sample"] = benchmark::Counter(
         framesDone * kChannels * 20, benchmark::Counter::kIsRate | benchmark::Counter::kInvert,
         benchmark::Counter::OneK::kIs1000);

@@ -4,8 +4,9 @@
 // through the delay rings.
 #include <benchmark/benchmark.h>
 
+#include "PluginBlocks.h"
+
 #include <cstdint>
-#include <random>
 #include <vector>
 
 #include "frame/IQVTools.h"
@@ -14,12 +15,6 @@
 namespace
 {
 constexpr int32_t kSampleRate = 48000;
-
-class DiscardingSink : public IQVDSPSink
-{
-public:
-    void Output(double* samples, int32_t) override { benchmark::DoNotOptimize(samples); }
-};
 
 void RunRoom(benchmark::State& state, int32_t channels, bool configured)
 {
@@ -43,23 +38,9 @@ void RunRoom(benchmark::State& state, int32_t channels, bool configured)
     }
     plugin.SetFormat(CAudioFormat(64, kSampleRate, static_cast<uint16_t>(channels)));
 
-    std::mt19937_64 generator(1);
-    std::vector<double> source(static_cast<size_t>(frames) * channels);
-    for (double& sample : source)
-        sample = static_cast<double>(generator() >> 11) * 0x1.0p-53 - 0.5;
-    std::vector<double> block = source;
-    DiscardingSink sink;
-
-    for (auto _ : state)
-    {
-        block = source;
-        plugin.Process(block.data(), frames, &sink);
-        benchmark::ClobberMemory();
-    }
+    const double framesDone =
+        RunPluginBlocks(state, plugin, NoiseBlock(frames, channels), frames, kSampleRate);
     SetQVTools(previous);
-    const double framesDone = static_cast<double>(state.iterations()) * frames;
-    state.counters["x realtime"] =
-        benchmark::Counter(framesDone / kSampleRate, benchmark::Counter::kIsRate);
     state.counters["ns/sample"] = benchmark::Counter(
         framesDone * channels, benchmark::Counter::kIsRate | benchmark::Counter::kInvert,
         benchmark::Counter::OneK::kIs1000);
