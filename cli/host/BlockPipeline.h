@@ -1,0 +1,111 @@
+// Reading and writing overlap with the chain: the input is decoded on a thread
+// of its own a few blocks ahead, and what the chain emits is encoded and
+// written on another. Blocks travel through bounded queues, so memory stays
+// fixed and a slow disk holds the chain back instead of piling up blocks.
+#pragma once
+
+#include "core/QVThread.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+struct SampleBlock
+{
+    std::vector<double> samples;  // interleaved, room for the queue's block size
+    int64_t frames = 0;           // 0 marks the end of the stream
+};
+
+// A fixed set of blocks shuttled between one producer and one consumer thread.
+// Closing wakes every waiter; from then on both Take calls answer null.
+class BlockQueue
+{
+public:
+    BlockQueue(int32_t blocks, size_t samplesPerBlock);
+
+    SampleBlock* TakeEmpty();
+    void PutFull(SampleBlock* block);
+    SampleBlock* TakeFull();
+    void PutEmpty(SampleBlock* block);
+    void Close();
+
+private:
+    SampleBlock* Take(std::deque<SampleBlock*>& from);
+    void Put(std::deque<SampleBlock*>& to, SampleBlock* block);
+
+    std::mutex lock;
+    std::condition_variable changed;
+    std::vector<SampleBlock> storage;
+    std::deque<SampleBlock*> empty;
+    std::deque<SampleBlock*> full;
+    bool closed = false;
+};
+
+// Reads the input ahead of the chain. Every block but the last holds exactly
+// blockFrames frames, as the source gives them, so the chain sees the same
+// blocks as when it read the file itself.
+class ReadAhead final : private QVThread
+{
+public:
+    // Fills up to `frames` frames and answers how many; 0 at the end. May throw.
+    using Source = std::function<int64_t(double* samples, int64_t frames)>;
+
+    static constexpr int32_t DEFAULT_DEPTH = 4;
+
+    ReadAhead(Source source, int64_t blockFrames, int32_t channels, int32_t depth = DEFAULT_DEPTH);
+    ~ReadAhead() override;
+
+    // The next block, the caller's to change until the next call; null at the
+    // end. Rethrows what the source threw, in the place of the block it failed on.
+    SampleBlock* Next();
+
+private:
+    void Run() override;
+    // The thread uses the source and the queue, which die with this object: it
+    // must never be left running past it.
+    bool CanBeKilled() const override { return false; }
+
+    Source source;
+    int64_t blockFrames;
+    BlockQueue queue;
+    SampleBlock* current = nullptr;
+    std::exception_ptr error;  // written before its block is queued
+};
+
+// Writes the chain's output behind it, in the order it was emitted.
+class WriteBehind final : private QVThread
+{
+public:
+    using Destination = std::function<void(const double* samples, int64_t frames)>;
+
+    static constexpr int32_t DEFAULT_DEPTH = 4;
+
+    WriteBehind(Destination destination, int64_t blockFrames, int32_t channels,
+                int32_t depth = DEFAULT_DEPTH);
+    // Without Finish, whatever is still queued is dropped.
+    ~WriteBehind() override;
+
+    // Copies the frames into the queue, waiting for room. Rethrows an error of
+    // an earlier write; later output is then dropped.
+    void Write(const double* samples, int64_t frames);
+    // Waits until everything queued is written; rethrows a write error.
+    void Finish();
+
+private:
+    void Run() override;
+    bool CanBeKilled() const override { return false; }
+    void RaiseError() const;
+
+    Destination destination;
+    int64_t blockFrames;
+    int32_t channels;
+    BlockQueue queue;
+    std::exception_ptr error;
+    std::atomic<bool> failed{false};
+    bool finished = false;
+};
