@@ -215,16 +215,16 @@ void CEqualizerEngine::Process(double* samples, int32_t frames, int32_t channels
     }
 }
 
-bool CEqualizerEngine::HasDistinctChannels(const CAudioFormat& format) const
+CIIRFilter* CEqualizerEngine::FilterAt(int32_t band, const CAudioFormat& format, int32_t index)
 {
-    // Each band finds a channel by its position id; only when every index
-    // answers its own id are the band's filters those of the indices.
-    for (int32_t i = 0; i < format.channels; ++i)
-    {
-        if (format.ChannelIndexOf(format.channelTable[i].position) != i)
-            return false;
-    }
-    return true;
+    // The filter is made at the channel's first block, as the band does.
+    const int32_t id = format.channelTable[index].position;
+    std::unique_ptr<CIIRFilter>& slot = format.ChannelIndexOf(id) == index
+                                            ? bands[band]->channelFilters[id]
+                                            : repeatedIdFilters[band][index];
+    if (!slot)
+        slot = std::make_unique<CIIRFilter>();
+    return slot.get();
 }
 
 bool CEqualizerEngine::PrepareBand(int32_t band, const CAudioFormat& format, CIIRFilter** filters,
@@ -236,17 +236,16 @@ bool CEqualizerEngine::PrepareBand(int32_t band, const CAudioFormat& format, CII
     int32_t sections = -1;
     for (int32_t i = 0; i < format.channels; ++i)
     {
-        // The filter is made at the channel's first block, as the band does.
-        std::unique_ptr<CIIRFilter>& slot = filter.channelFilters[format.channelTable[i].position];
-        if (!slot)
-            slot = std::make_unique<CIIRFilter>();
-        if (!slot->Design(IIR_PEAKING, rate, filter.frequency, gain, filter.q, true, QVString()))
+        CIIRFilter* channelFilter = FilterAt(band, format, i);
+        if (!channelFilter->Design(IIR_PEAKING, rate, filter.frequency, gain, filter.q, true,
+                                   QVString()))
             return false;
-        const int32_t count = slot->analogPrototype ? -1 : static_cast<int32_t>(slot->sectionCount);
+        const int32_t count =
+            channelFilter->analogPrototype ? -1 : static_cast<int32_t>(channelFilter->sectionCount);
         if (count < 0 || count > 1 || (i > 0 && count != sections))
             return false;
         sections = count;
-        filters[i] = slot.get();
+        filters[i] = channelFilter;
     }
     // No section: above 99 % of Nyquist the filter passes the samples as they are.
     transparent = sections == 0;
@@ -257,12 +256,6 @@ void CEqualizerEngine::ProcessFilters(double* samples, int32_t frames, const CAu
 {
     // The preamp does no work at a factor of exactly 1.
     preamp->Process(samples, frames, &format, &scratch);
-    if (!HasDistinctChannels(format))
-    {
-        for (int32_t band = 0; band < BAND_COUNT; ++band)
-            bands[band]->Process(samples, frames, &format, &scratch);
-        return;
-    }
     const int32_t channels = format.channels;
     int32_t runLength = 0;
     const auto runCascade = [&]()
@@ -300,7 +293,25 @@ void CEqualizerEngine::ProcessFilters(double* samples, int32_t frames, const CAu
         }
         // Not a single designed section: the band runs by itself, in its place.
         runCascade();
-        bands[band]->Process(samples, frames, &format, &scratch);
+        RunBandAlone(band, samples, frames, format);
     }
     runCascade();
+}
+
+void CEqualizerEngine::RunBandAlone(int32_t band, double* samples, int32_t frames,
+                                    const CAudioFormat& format)
+{
+    const CParametricIIRFilter& filter = *bands[band];
+    const double rate = static_cast<double>(format.sampleRate);
+    const int32_t channels = format.channels;
+    for (int32_t i = 0; i < channels; ++i)
+    {
+        CIIRFilter* channelFilter = FilterAt(band, format, i);
+        if (!channelFilter->Design(IIR_PEAKING, rate, filter.frequency, filter.gain, filter.q, true,
+                                   QVString()))
+            continue;  // as the band does: a filter it cannot design passes the channel on
+        double* sample = samples + i;
+        for (int32_t n = 0; n < frames; ++n, sample += channels)
+            *sample = channelFilter->Process(*sample);
+    }
 }

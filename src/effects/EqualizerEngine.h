@@ -68,7 +68,12 @@ private:
     // band itself would; false when the band can't take the cascade path.
     bool PrepareBand(int32_t band, const CAudioFormat& format, CIIRFilter** filters,
                      bool& transparent);
-    bool HasDistinctChannels(const CAudioFormat& format) const;
+    // A band that can't take the cascade path, channel by channel.
+    void RunBandAlone(int32_t band, double* samples, int32_t frames, const CAudioFormat& format);
+    // The band's filter of the channel at `index`: the band's own filter of the
+    // channel's id, or for a later position with the same id its own filter, so
+    // that no two channels ever share a history.
+    CIIRFilter* FilterAt(int32_t band, const CAudioFormat& format, int32_t index);
 
     std::unique_ptr<CParametricIIRFilter> bands[BAND_COUNT];
     std::unique_ptr<CParametricVolumeFilter> preamp;
@@ -77,4 +82,7 @@ private:
     UserChannelBuffer scratch;
     // The filters of the bands that run in the cascade, per band and channel.
     CIIRFilter* runFilters[BAND_COUNT][CAudioFormat::MAX_CHANNELS] = {};
+    // Filters of positions whose id an earlier position already has (past 32
+    // channels every position is "undefined"), per band and channel index.
+    std::unique_ptr<CIIRFilter> repeatedIdFilters[BAND_COUNT][CAudioFormat::MAX_CHANNELS];
 };

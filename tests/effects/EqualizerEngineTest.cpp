@@ -247,3 +247,30 @@ TEST(EqualizerEngine, EqualsTheBandFiltersRunOneAfterAnother)
         }
     }
 }
+
+TEST(EqualizerEngine, EveryChannelOfAWideStreamIsEqualisedLikeAMonoStream)
+{
+    // Past 32 channels the default layout names every position alike; each
+    // must still keep its own history. Each channel is compared with the same
+    // noise run alone through an engine of its own.
+    for (int32_t channels : {33, 34, 64})
+    {
+        const int32_t frames = 3000;
+        const std::vector<double> input = qvtest::Noise(frames, channels, 21, 0.5);
+        CEqualizerEngine wide;
+        wide.ApplySetting(QVString(ROCK));
+        const std::vector<double> output = RunEngine(wide, input, channels, 48000, 700);
+        for (int32_t channel = 0; channel < channels; ++channel)
+        {
+            std::vector<double> mono(frames);
+            for (int32_t n = 0; n < frames; ++n)
+                mono[n] = input[static_cast<size_t>(n) * channels + channel];
+            CEqualizerEngine alone;
+            alone.ApplySetting(QVString(ROCK));
+            mono = RunEngine(alone, mono, 1, 48000, 700);
+            for (int32_t n = 0; n < frames; ++n)
+                ASSERT_EQ(output[static_cast<size_t>(n) * channels + channel], mono[n])
+                    << channels << " channels, channel " << channel << ", frame " << n;
+        }
+    }
+}
