@@ -50,3 +50,5 @@ void AddOutputCommand(CLI::App& app, CliContext& context);
 void AddRegisterCommand(CLI::App& app, CliContext& context);
 void AddAnalyzeCommand(CLI::App& app, CliContext& context);
 void AddInfoCommand(CLI::App& app, CliContext& context);
+void AddHeadphonesCommand(CLI::App& app, CliContext& context);
+void AddTempoCommand(CLI::App& app, CliContext& context);

@@ -12,6 +12,8 @@ void SelectEqualizerDemoPreset(IQVDSP& plugin, CliHost& host);
 void SelectEffectsDemoSetting(IQVDSP& plugin, CliHost& host);
 // Room Correction's hook, in cli/RoomCommand.cpp: two speakers at different distances and levels.
 void ConfigureRoomCorrectionDemo(IQVDSP& plugin, CliHost& host);
+// The Headphones hook, in cli/HeadphonesCommand.cpp: the "Standard" crossfeed.
+void SelectHeadphonesDemoSetting(IQVDSP& plugin, CliHost& host);
 
 namespace
 {
@@ -54,6 +56,7 @@ constexpr DemoStage DEMO_STAGES[] = {
     {"Tube Amplifier", nullptr},
     {"Parametric Equalizer", ConfigureParametricEqualizer},
     {"Room Correction", ConfigureRoomCorrectionDemo},
+    {"Headphones", SelectHeadphonesDemoSetting},
     {"Volume Leveling", nullptr},
     {"Adaptive Volume", nullptr},
 };

@@ -11,17 +11,29 @@ void AddDescribeCommand(CLI::App& app, CliContext& context)
 {
     CLI::App* command =
         app.add_subcommand("describe", "Show what each plug-in of a chain is set to do");
-    auto chainText = std::make_shared<std::string>();
-    command->add_option("--chain", *chainText,
+    struct Options
+    {
+        std::string chain;
+        uint32_t rate = 48000;
+        uint16_t channels = 2;
+    };
+    auto options = std::make_shared<Options>();
+    command->add_option("--chain", options->chain,
                         "Comma-separated plug-in names or indices (default: every listed one)");
+    command->add_option("--rate", options->rate, "Sample rate of the stream described, in Hz")
+        ->check(CLI::Range(1000u, 768000u))
+        ->capture_default_str();
+    command->add_option("--channels", options->channels, "Channels of the stream described")
+        ->check(CLI::Range(1, static_cast<int>(CAudioFormat::MAX_CHANNELS)))
+        ->capture_default_str();
     AddSharedOptions(*command, context);
     SetCommandAction(*command, context,
-                     [&context, chainText]
+                     [&context, options]
                      {
                          CliHost host;
                          std::vector<PluginEntry> catalog = ListPlugins(host, context.zone, true);
                          std::vector<PluginEntry> entries;
-                         if (chainText->empty())
+                         if (options->chain.empty())
                          {
                              for (const PluginEntry& entry : catalog)
                                  if (entry.listed)
@@ -29,10 +41,14 @@ void AddDescribeCommand(CLI::App& app, CliContext& context)
                          }
                          else
                          {
-                             entries = ResolveChain(*chainText, catalog);
+                             entries = ResolveChain(options->chain, catalog);
                          }
                          PluginChain chain;
                          BuildChain(chain, entries, host, context.zone, PluginUse::ReadOnly);
+                         // Latencies and what is active depend on the stream's format.
+                         CAudioFormat format;
+                         format.Set(64, options->rate, options->channels);
+                         chain.SetFormat(format);
                          PrintDescription(chain, std::cout);
                      });
 }

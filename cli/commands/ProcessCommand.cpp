@@ -53,6 +53,9 @@ void AddProcessCommand(CLI::App& app, CliContext& context)
         ->transform(CLI::IsMember(formatNames, CLI::ignore_case))
         ->capture_default_str();
     command->add_flag("--quiet", options->quiet, "No progress display");
+    command->add_flag("--raw", options->request.raw,
+                      "Only the file's frames through the chain, and all it emits, as a player "
+                      "plays them: no flush, no latency compensation, no drain, no cut");
     command
         ->add_option("INPUT", options->request.input,
                      "Audio file to read (any format libsndfile reads)")

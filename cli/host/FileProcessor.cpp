@@ -1,6 +1,7 @@
 #include "cli/host/FileProcessor.h"
 
 #include "cli/host/CliError.h"
+#include "cli/host/LatencyAlignment.h"
 #include "cli/host/PluginChain.h"
 
 #include <csignal>
@@ -141,15 +142,29 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
     ProcessSummary summary;
     summary.sampleRate = input.sampleRate;
     auto started = std::chrono::steady_clock::now();
+    LatencyAlignment alignment(chain, sink, input.channels, input.sampleRate, request.blockFrames);
+    if (!request.raw)
+    {
+        alignment.Begin(reader.Frames());
+        sink.RaiseError();
+    }
     while (int64_t frames = reader.Read(block.data(), request.blockFrames))
     {
-        chain.Push(block.data(), static_cast<int32_t>(frames));
+        if (request.raw)
+            chain.Push(block.data(), static_cast<int32_t>(frames));
+        else
+            alignment.Push(block.data(), static_cast<int32_t>(frames));
         sink.RaiseError();
         summary.framesIn += frames;
         progress.Update(summary.framesIn);
         if (interrupt.Requested())
             throw CliError(CLI_EXIT_FAILED,
                            "interrupted; " + Quoted(request.output) + " was not written");
+    }
+    if (!request.raw)
+    {
+        alignment.Finish();
+        sink.RaiseError();
     }
     writer.Commit();
     progress.Finish();

@@ -1,12 +1,14 @@
 #include "cli/host/PluginChain.h"
 
 #include "cli/host/CliError.h"
+#include "cli/host/LatencyAlignment.h"
 #include "core/QVString.h"
 #include "frame/PluginFactory.h"
 
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstdio>
 #include <ostream>
 
 namespace
@@ -61,6 +63,15 @@ public:
     void Add(const char16_t* text, int32_t) override { lines.push_back(QVString(text).ToUTF8()); }
     std::vector<std::string> lines;
 };
+
+std::string LatencyText(int64_t frames, uint32_t sampleRate)
+{
+    char text[96];
+    std::snprintf(text, sizeof(text), "latency %lld frames, %.2f ms",
+                  static_cast<long long>(frames),
+                  1000.0 * static_cast<double>(frames) / sampleRate);
+    return text;
+}
 
 }  // namespace
 
@@ -195,6 +206,7 @@ IQVDSP& PluginChain::Plugin(size_t stage)
 
 std::vector<std::string> PluginChain::SetFormat(const CAudioFormat& format)
 {
+    sampleRate = format.sampleRate;
     std::vector<std::string> refused;
     for (auto& stage : stages)
         if (stage->plugin->SetFormat(format) == -1)
@@ -232,5 +244,8 @@ void PrintDescription(PluginChain& chain, std::ostream& out, const std::string& 
         out << indent << chain.Name(stage) << '\n';
         for (const std::string& line : chain.Describe(stage))
             out << indent << "  " << line << '\n';
+        int64_t latency = StageLatency(chain.Plugin(stage));
+        if (latency != 0 && chain.SampleRate() > 0)
+            out << indent << "  " << LatencyText(latency, chain.SampleRate()) << '\n';
     }
 }

@@ -89,6 +89,8 @@ public:
     // Gives every plug-in the format; answers the names of those that returned
     // -1 and so pass the audio on unchanged.
     std::vector<std::string> SetFormat(const CAudioFormat& format);
+    // The rate of the last SetFormat, 0 before the first.
+    uint32_t SampleRate() const { return sampleRate; }
     void SetOutput(IQVDSPSink* output);
     // Runs one block through the chain. Whatever reaches the end goes to the
     // output sink, possibly in other counts than went in.
@@ -101,11 +103,13 @@ private:
     struct Stage;
     std::vector<std::unique_ptr<Stage>> stages;
     IQVDSPSink* output = nullptr;
+    uint32_t sampleRate = 0;
 };
 
 // Creates the chain's plug-ins for a --chain text.
 void BuildChain(PluginChain& chain, const std::vector<PluginEntry>& entries, IQVDSPHost& host,
                 int32_t zone, PluginUse use);
 
-// Each stage's name, then the lines it adds for DSPCMD_DESCRIBE, indented.
+// Each stage's name, then the lines it adds for DSPCMD_DESCRIBE, indented, and
+// its latency in frames and milliseconds where it has one (after SetFormat).
 void PrintDescription(PluginChain& chain, std::ostream& out, const std::string& indent = "");

@@ -3,6 +3,8 @@
 #include "effects/AnalyzerPlugin.h"
 #include "effects/EffectsPlugin.h"
 #include "effects/EqualizerPlugin.h"
+#include "effects/HeadphonesPlugin.h"
+#include "effects/TempoPitchPlugin.h"
 #include "effects/TubeAmplifier.h"
 #include "frame/SiblingModules.h"
 #include "output/AdaptiveVolume.h"
@@ -21,6 +23,8 @@ IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unli
     case DSPPLUGIN_EQUALIZER: return new CEqualizerDSPPlugin(host, zone);
     case DSPPLUGIN_EFFECTS: return new CEffectsDSPPlugin(host, zone);
     case DSPPLUGIN_VOLUME_LEVELING: return new CVolumeLevelingDSPPlugin(host, zone);
+    case DSPPLUGIN_TEMPO_PITCH: return new CTempoPitchDSPPlugin(host, zone);
+    case DSPPLUGIN_HEADPHONES: return new CHeadphonesDSPPlugin(host, zone);
     case DSPPLUGIN_ROOM_CORRECTION: return new CChannelsDSPPlugin(host, zone);
     case DSPPLUGIN_OUTPUT_FORMAT: return new COutputFormatDSPPlugin(host, zone);
     case DSPPLUGIN_ANALYZER: return new CAnalyzerDSPPlugin(host, zone);

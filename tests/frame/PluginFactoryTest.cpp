@@ -62,8 +62,8 @@ TEST(PluginFactory, IndicesThatExistInThisBuild)
         EXPECT_EQ(Make(index, false) != nullptr,
                   std::unique_ptr<IQVDSP>(GetDSPPlugin(index, nullptr, 0)) != nullptr);
     }
-    EXPECT_EQ(listed, (std::vector<int32_t>{0, 1, 2, 3, 6, 7, 8, 10, 11}));
-    EXPECT_EQ(unlisted, (std::vector<int32_t>{0, 1, 2, 3, 6, 7, 8, 10, 11, 12}));
+    EXPECT_EQ(listed, (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 10, 11}));
+    EXPECT_EQ(unlisted, (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 10, 11, 12}));
 }
 
 TEST(PluginFactory, ClassesAndDisplayNamesFollowTheTable)
@@ -136,6 +136,8 @@ TEST(PluginFactory, RegistrationWalksTheTable)
         {1, "Effects", false},
         {2, "Volume Leveling", false},
         {3, "Output Format", false},
+        {4, "Tempo & Pitch", false},
+        {5, "Headphones", false},
         {6, "Room Correction", false},
         {7, "Analyzer", false},
         {8, "Parametric Equalizer", false},
