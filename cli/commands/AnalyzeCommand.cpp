@@ -2,6 +2,7 @@
 #include "cli/commands/AnalyzerReport.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
+#include "cli/host/ReplacingFile.h"
 #include "cli/host/SoundFile.h"
 
 #include <CLI/CLI.hpp>
@@ -51,7 +52,7 @@ void RunAnalyze(const CliContext& context, const AnalyzeOptions& options)
     }
     if (!options.svg.empty())
     {
-        WriteTextFileAtomically(options.svg, AnalyzerSvg(panel, size));
+        WriteReplacingFile(options.svg, AnalyzerSvg(panel, size));
         std::cerr << "qvdsp: wrote " << Quoted(options.svg) << '\n';
     }
 }

@@ -6,11 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -384,47 +380,4 @@ std::string AnalyzerSvg(CAnalyzerDlg& panel, const AnalyzerPictureSize& size)
     }
     svg += "</text>\n</svg>\n";
     return svg;
-}
-
-void WriteTextFileAtomically(const std::filesystem::path& path, const std::string& text)
-{
-    const std::filesystem::path folder =
-        path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-    std::string pattern = (folder / ("." + path.filename().string() + ".XXXXXX")).string();
-    const int descriptor = mkstemp(pattern.data());
-    if (descriptor < 0)
-        throw CliError(CLI_EXIT_FAILED,
-                       "cannot write " + Quoted(path) + ": " + std::strerror(errno));
-    size_t written = 0;
-    bool failed = false;
-    while (written < text.size())
-    {
-        const ssize_t count = ::write(descriptor, text.data() + written, text.size() - written);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-        {
-            failed = true;
-            break;
-        }
-        written += static_cast<size_t>(count);
-    }
-    const int savedError = errno;
-    if (::fsync(descriptor) != 0 && !failed)
-        failed = true;
-    // mkstemp makes the file private; a written picture gets the usual mode.
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::fchmod(descriptor, 0666 & ~mask);
-    if (::close(descriptor) != 0)
-        failed = true;
-    std::error_code error;
-    if (!failed)
-        std::filesystem::rename(pattern, path, error);
-    if (failed || error)
-    {
-        std::filesystem::remove(pattern);
-        throw CliError(CLI_EXIT_FAILED, "cannot write " + Quoted(path) + ": " +
-                                            (error ? error.message() : std::strerror(savedError)));
-    }
 }

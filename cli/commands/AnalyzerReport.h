@@ -71,7 +71,3 @@ std::string AnalyzerJson(CAnalyzerDlg& panel, double seconds);
 // The analyzer's own picture of the last paint: a dark background, the grid
 // with its labels, one polyline per trace and the level line under it.
 std::string AnalyzerSvg(CAnalyzerDlg& panel, const AnalyzerPictureSize& size);
-
-// Writes text to a hidden temporary file beside `path` and renames it over
-// `path` when complete. Throws CliError (failed) naming the file.
-void WriteTextFileAtomically(const std::filesystem::path& path, const std::string& text);

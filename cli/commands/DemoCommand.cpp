@@ -5,6 +5,7 @@
 #include "cli/commands/DemoChain.h"
 #include "cli/commands/DemoSignal.h"
 #include "cli/host/FileProcessor.h"
+#include "cli/host/ReplacingFile.h"
 #include "cli/host/SignalLevels.h"
 
 #include "core/QVString.h"
@@ -129,7 +130,7 @@ void RunDemo(const CliContext& context, const std::string& requestedFolder)
     const AnalyzerPictureSize size;
     AnalyzerSession analyzer(host, context.zone);
     analyzer.Run(request.output, std::nullopt, size);
-    WriteTextFileAtomically(spectrum, AnalyzerSvg(analyzer.Panel(), size));
+    WriteReplacingFile(spectrum, AnalyzerSvg(analyzer.Panel(), size));
     std::cout << "Analyzer at the end: " << PlainLevelLine(analyzer.Panel().GetLevelLine()) << '\n';
 
     std::cout << "Wrote " << request.input.string() << ",\n      " << request.output.string()

@@ -20,6 +20,7 @@
 #include "cli/commands/ApoImport.h"
 #include "cli/commands/Commands.h"
 #include "cli/commands/PeqResponse.h"
+#include "cli/host/ReplacingFile.h"
 #include "frame/PluginFactory.h"
 #include "parametric/ParametricEqualizerPlugin.h"
 
@@ -254,28 +255,6 @@ void PrintList(PeqSession& session)
         std::printf("(no filters)\n");
 }
 
-void WriteFileAtomically(const std::string& path, const std::string& text)
-{
-    const std::string temporary = path + ".part";
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out << text;
-        out.flush();
-        if (!out)
-        {
-            std::filesystem::remove(temporary);
-            throw CliError(CLI_EXIT_FAILED, "cannot write " + path);
-        }
-    }
-    std::error_code error;
-    std::filesystem::rename(temporary, path, error);
-    if (error)
-    {
-        std::filesystem::remove(temporary);
-        throw CliError(CLI_EXIT_FAILED, "cannot write " + path + ": " + error.message());
-    }
-}
-
 QVString ReadListFile(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
@@ -426,7 +405,7 @@ void AddPeqCommand(CLI::App& app, CliContext& context)
                      [&context, options]
                      {
                          PeqSession session(context, options->instance);
-                         WriteFileAtomically(options->file, session.List().SaveText().ToUTF8());
+                         WriteReplacingFile(options->file, session.List().SaveText().ToUTF8());
                      });
 
     CLI::App* response = AddPeqSubcommand(*peq, context, o, "response",
@@ -458,7 +437,7 @@ void AddPeqCommand(CLI::App& app, CliContext& context)
                          else
                              std::fputs(ResponseTable(measured).c_str(), stdout);
                          if (!options->svg.empty())
-                             WriteFileAtomically(options->svg, ResponseSvg(measured));
+                             WriteReplacingFile(options->svg, ResponseSvg(measured));
                      });
 
     CLI::App* importApo = AddPeqSubcommand(

@@ -611,7 +611,7 @@ void Tone(const CliContext& context, const RoomOptions& options)
     const int64_t total = static_cast<int64_t>(std::llround(options.seconds * options.rate));
     constexpr int32_t BLOCK_FRAMES = 4096;
     std::vector<double> block(static_cast<size_t>(BLOCK_FRAMES) * options.channels);
-    AtomicSoundFileWriter writer(output, layout);
+    AtomicSoundFileWriter writer(output, layout, total);
     ToneSink sink(writer, std::pow(10.0, options.levelDb / 20.0), options.channels);
     for (int64_t done = 0; done < total;)
     {

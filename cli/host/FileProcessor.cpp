@@ -96,13 +96,23 @@ void RefuseSameFile(const ProcessRequest& request)
                                            "; choose another name");
 }
 
-void CheckChannelCount(const ProcessRequest& request, const SoundFileLayout& layout)
+// Only plug-ins are bound to a format record's channels; a plain copy is not.
+void CheckChannelCount(const ProcessRequest& request, const SoundFileLayout& layout,
+                       const PluginChain& chain)
 {
-    if (layout.channels < 1 || layout.channels > CAudioFormat::MAX_CHANNELS)
+    if (layout.channels < 1 || (chain.Size() > 0 && layout.channels > CAudioFormat::MAX_CHANNELS))
         throw CliError(CLI_EXIT_FAILED, "cannot process " + Quoted(request.input) + ": it has " +
                                             std::to_string(layout.channels) +
                                             " channels, the plug-ins take 1 to " +
                                             std::to_string(CAudioFormat::MAX_CHANNELS));
+}
+
+void ReportReplaced(const ProcessRequest& request, int64_t replaced)
+{
+    if (replaced > 0)
+        std::cerr << "qvdsp: " << Quoted(request.input) << " holds " << replaced
+                  << (replaced == 1 ? " sample" : " samples")
+                  << " that are not finite numbers; they were replaced by 0\n";
 }
 
 void ReportRefusals(const std::vector<std::string>& refused, const SoundFileLayout& layout)
@@ -121,20 +131,24 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
 
     SoundFileReader reader(request.input);
     const SoundFileLayout& input = reader.Layout();
-    CheckChannelCount(request, input);
+    CheckChannelCount(request, input, chain);
     std::string note;
     SoundFileLayout output = input;
     output.format = ChooseOutputFormat(request.output, request.format, input, &note);
     if (!note.empty())
         std::cerr << "qvdsp: " << note << '\n';
 
-    AtomicSoundFileWriter writer(request.output, output);
+    AtomicSoundFileWriter writer(request.output, output, reader.Frames());
     FileSink sink(writer);
     OutputScope scope(chain, &sink);
 
-    CAudioFormat format;
-    format.Set(64, static_cast<uint32_t>(input.sampleRate), static_cast<uint16_t>(input.channels));
-    ReportRefusals(chain.SetFormat(format), input);
+    if (chain.Size() > 0)
+    {
+        CAudioFormat format;
+        format.Set(64, static_cast<uint32_t>(input.sampleRate),
+                   static_cast<uint16_t>(input.channels));
+        ReportRefusals(chain.SetFormat(format), input);
+    }
 
     std::vector<double> block(static_cast<size_t>(request.blockFrames) * input.channels);
     ProgressLine progress(request.showProgress, reader.Frames(), input.sampleRate);
@@ -168,6 +182,7 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
     }
     writer.Commit();
     progress.Finish();
+    ReportReplaced(request, reader.NonFiniteReplaced());
     summary.framesOut = sink.FramesOut();
     summary.elapsedSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
@@ -177,7 +192,7 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
 void WriteSoundFile(const std::filesystem::path& path, const SoundFileLayout& layout,
                     const double* samples, int64_t frames)
 {
-    AtomicSoundFileWriter writer(path, layout);
+    AtomicSoundFileWriter writer(path, layout, frames);
     writer.Write(samples, frames);
     writer.Commit();
 }

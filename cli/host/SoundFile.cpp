@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -76,6 +77,60 @@ bool CanWrite(int format, const SoundFileLayout& layout)
     return sf_format_check(&info) != 0;
 }
 
+// The encoding an extension stands for where its container holds several
+// (an Ogg file named .opus holds Opus, not Vorbis); 0 where it names none.
+int EncodingNamedByExtension(const std::filesystem::path& path)
+{
+    static const std::map<std::string, int> named = {{".opus", SF_FORMAT_OPUS},
+                                                     {".mp1", SF_FORMAT_MPEG_LAYER_I},
+                                                     {".mp2", SF_FORMAT_MPEG_LAYER_II},
+                                                     {".mp3", SF_FORMAT_MPEG_LAYER_III}};
+    auto found = named.find(LowerCase(path.extension().string()));
+    return found == named.end() ? 0 : found->second;
+}
+
+// Lossy codecs are decoded on reading; encoding the result again is what a
+// user asks for by keeping the container (Ogg to Ogg), not by changing it:
+// MP3 input written as WAV should be plain samples, not MPEG inside RIFF.
+bool KeepsEncoding(int inputFormat, int outputContainer)
+{
+    switch (inputFormat & SF_FORMAT_SUBMASK)
+    {
+    case SF_FORMAT_IMA_ADPCM:
+    case SF_FORMAT_MS_ADPCM:
+    case SF_FORMAT_GSM610:
+    case SF_FORMAT_G721_32:
+    case SF_FORMAT_G723_24:
+    case SF_FORMAT_G723_40:
+    case SF_FORMAT_VOX_ADPCM:
+    case SF_FORMAT_NMS_ADPCM_16:
+    case SF_FORMAT_NMS_ADPCM_24:
+    case SF_FORMAT_NMS_ADPCM_32:
+    case SF_FORMAT_VORBIS:
+    case SF_FORMAT_OPUS:
+    case SF_FORMAT_MPEG_LAYER_I:
+    case SF_FORMAT_MPEG_LAYER_II:
+    case SF_FORMAT_MPEG_LAYER_III: return (inputFormat & SF_FORMAT_TYPEMASK) == outputContainer;
+    default: return true;
+    }
+}
+
+// libsndfile's name of an encoding. Its table is asked by index, not by code.
+std::string EncodingName(int encoding)
+{
+    int count = 0;
+    sf_command(nullptr, SFC_GET_FORMAT_SUBTYPE_COUNT, &count, sizeof(count));
+    for (int i = 0; i < count; ++i)
+    {
+        SF_FORMAT_INFO info{};
+        info.format = i;
+        if (sf_command(nullptr, SFC_GET_FORMAT_SUBTYPE, &info, sizeof(info)) == 0 &&
+            info.format == encoding && info.name)
+            return info.name;
+    }
+    return "encoding " + std::to_string(encoding);
+}
+
 std::string ContainerName(const std::filesystem::path& path)
 {
     std::string extension = path.extension().string();
@@ -86,18 +141,25 @@ std::string ContainerName(const std::filesystem::path& path)
     return extension;
 }
 
-// Permission bits for a new output: those of the file it replaces, or what the
-// umask leaves of rw-rw-rw-, as if the file had been created directly.
-mode_t OutputMode(const std::filesystem::path& target)
+// A WAV file's sizes are 32-bit: its data must end before 4 GiB, less the
+// header and the chunks libsndfile may add after the data.
+constexpr int64_t WAV_SIZE_LIMIT = (int64_t{1} << 32) - (int64_t{1} << 16);
+// A chain may add a tail or latency: an output up to twice the input's length
+// still counts as fitting.
+constexpr int64_t OUTPUT_GROWTH_ALLOWANCE = 2;
+constexpr int64_t LARGEST_SAMPLE_BYTES = 8;
+
+// A WAV output that may not fit in 4 GiB goes out as RF64 that libsndfile
+// turns back into a WAV header if it does fit after all; one that surely
+// fits stays a plain WAV, byte for byte what it always was.
+int FormatForSize(int format, int channels, int64_t expectedFrames)
 {
-    struct stat existing
-    {
-    };
-    if (stat(target.c_str(), &existing) == 0 && S_ISREG(existing.st_mode))
-        return existing.st_mode & 07777;
-    mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
+    if ((format & SF_FORMAT_TYPEMASK) != SF_FORMAT_WAV)
+        return format;
+    if (expectedFrames > 0 && expectedFrames < WAV_SIZE_LIMIT &&
+        expectedFrames * OUTPUT_GROWTH_ALLOWANCE * channels * LARGEST_SAMPLE_BYTES < WAV_SIZE_LIMIT)
+        return format;
+    return SF_FORMAT_RF64 | (format & SF_FORMAT_SUBMASK);
 }
 
 }  // namespace
@@ -157,42 +219,43 @@ int64_t SoundFileReader::Read(double* samples, int64_t count)
     sf_count_t got = sf_readf_double(file, samples, count);
     if (got < count && sf_error(file) != SF_ERR_NO_ERROR)
         FailOn(path, "cannot read", LibraryReason(file));
+    ReplaceNonFinite(samples, static_cast<size_t>(got) * static_cast<size_t>(layout.channels));
     return got;
+}
+
+void SoundFileReader::ReplaceNonFinite(double* samples, size_t count)
+{
+    // One NaN or infinity would run on through every recursive filter after it
+    // and spoil the rest of the file; as silence, it costs one sample.
+    for (size_t i = 0; i < count; ++i)
+    {
+        if (!std::isfinite(samples[i]))
+        {
+            samples[i] = 0.0;
+            ++nonFiniteReplaced;
+        }
+    }
 }
 
 // ---------------------------------------------------------------------------
 
 AtomicSoundFileWriter::AtomicSoundFileWriter(const std::filesystem::path& target,
-                                             const SoundFileLayout& layout)
-    : target(target)
+                                             const SoundFileLayout& layout, int64_t expectedFrames)
+    : target(target), output(target), channels(layout.channels)
 {
-    std::error_code error;
-    if (std::filesystem::is_directory(target, error))
-        FailOn(target, "cannot write", "it is a folder");
-
-    std::filesystem::path folder = target.parent_path();
-    if (folder.empty())
-        folder = ".";
-    std::string pattern = (folder / ("." + target.filename().string() + ".XXXXXX")).string();
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    descriptor = mkostemp(name.data(), O_CLOEXEC);
-    if (descriptor < 0)
-        FailOn(target, "cannot write", SystemReason(errno));
-    temporaryPath = name.data();
-    fchmod(descriptor, OutputMode(target));
-
     SF_INFO info{};
-    info.format = layout.format;
+    info.format = FormatForSize(layout.format, layout.channels, expectedFrames);
     info.samplerate = layout.sampleRate;
     info.channels = layout.channels;
-    file = sf_open_fd(descriptor, SFM_WRITE, &info, SF_FALSE);
+    if (!CanWrite(info.format, layout))
+        info.format = layout.format;  // an encoding only WAV holds: stays WAV
+    file = sf_open_fd(output.Descriptor(), SFM_WRITE, &info, SF_FALSE);
     if (!file)
-    {
-        std::string reason = LibraryReason(nullptr);
-        Discard();
-        FailOn(target, "cannot write", reason);
-    }
+        FailOn(target, "cannot write", LibraryReason(nullptr));
+    limitedToWav = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
+    // Only a WAV that went out as RF64 goes back; an .rf64 file stays RF64.
+    if (info.format != layout.format)
+        sf_command(file, SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
     // Without clipping, libsndfile wraps samples beyond full scale around in
     // integer encodings; with it, it also scales by 2^(bits-1) on the way out,
     // the inverse of its reading, so that integer samples survive a round trip.
@@ -201,18 +264,31 @@ AtomicSoundFileWriter::AtomicSoundFileWriter(const std::filesystem::path& target
 
 AtomicSoundFileWriter::~AtomicSoundFileWriter()
 {
-    Discard();
+    if (file)
+        sf_close(file);
 }
 
 void AtomicSoundFileWriter::Write(const double* samples, int64_t count)
 {
     if (count <= 0)
         return;
+    RefuseWavOverflow(count);
     sf_count_t written = sf_writef_double(file, samples, count);
     if (written != count)
         FailOn(target, "cannot write", LibraryReason(file));
     framesWritten += written;
     StartWriteback();
+}
+
+void AtomicSoundFileWriter::RefuseWavOverflow(int64_t count) const
+{
+    // Past 4 GiB a WAV header can only lie about its size: stop with a way out.
+    if (!limitedToWav)
+        return;
+    const off_t end = lseek(output.Descriptor(), 0, SEEK_CUR);
+    if (end + count * channels * LARGEST_SAMPLE_BYTES >= WAV_SIZE_LIMIT)
+        FailOn(target, "cannot write",
+               "a WAV file holds at most 4 GiB; use .rf64 or .w64 for longer output");
 }
 
 void AtomicSoundFileWriter::StartWriteback()
@@ -221,6 +297,7 @@ void AtomicSoundFileWriter::StartWriteback()
     // fsync before the rename finds little left to wait for. Advice only: where
     // it isn't supported, the fsync does all the work as before.
     constexpr off_t step = 8 << 20;
+    const int descriptor = output.Descriptor();
     const off_t end = lseek(descriptor, 0, SEEK_CUR);
     if (end < writebackStarted + step)
         return;
@@ -236,26 +313,7 @@ void AtomicSoundFileWriter::Commit()
     file = nullptr;
     if (closed != 0)
         FailOn(target, "cannot write", sf_error_number(closed));
-    if (fsync(descriptor) != 0)
-        FailOn(target, "cannot write", SystemReason(errno));
-    close(descriptor);
-    descriptor = -1;
-    if (rename(temporaryPath.c_str(), target.c_str()) != 0)
-        FailOn(target, "cannot write", SystemReason(errno));
-    temporaryPath.clear();
-}
-
-void AtomicSoundFileWriter::Discard()
-{
-    if (file)
-        sf_close(file);
-    file = nullptr;
-    if (descriptor >= 0)
-        close(descriptor);
-    descriptor = -1;
-    if (!temporaryPath.empty())
-        unlink(temporaryPath.c_str());
-    temporaryPath.clear();
+    output.Commit();
 }
 
 // ---------------------------------------------------------------------------
@@ -265,9 +323,10 @@ int ContainerForPath(const std::filesystem::path& path)
     std::string extension = LowerCase(path.extension().string());
     if (!extension.empty())
         extension.erase(0, 1);
-    // Common spellings that libsndfile's own table does not list.
+    // Common spellings, each mapped to the extension libsndfile's own table lists.
     static const std::map<std::string, std::string> aliases = {
-        {"aif", "aiff"}, {"aifc", "aiff"}, {"snd", "au"}, {"oga", "ogg"}, {"opus", "ogg"}};
+        {"aif", "aiff"}, {"aifc", "aiff"}, {"snd", "au"},  {"ogg", "oga"},
+        {"opus", "oga"}, {"mp1", "m1a"},   {"mp2", "m1a"}, {"mp3", "m1a"}};
     if (auto alias = aliases.find(extension); alias != aliases.end())
         extension = alias->second;
 
@@ -283,7 +342,8 @@ int ContainerForPath(const std::filesystem::path& path)
     }
     throw CliError(CLI_EXIT_USAGE,
                    "cannot tell the file type of " + Quoted(path) +
-                       " from its extension (use .wav, .flac, .aiff, .caf, .w64, .rf64, ...)");
+                       " from its extension (use .wav, .flac, .aiff, .caf, .w64, .rf64, .ogg, "
+                       ".opus, .mp3, ...)");
 }
 
 int ChooseOutputFormat(const std::filesystem::path& output, SampleFormat choice,
@@ -302,26 +362,25 @@ int ChooseOutputFormat(const std::filesystem::path& output, SampleFormat choice,
                                            " Hz (" + Quoted(output) + ")");
     }
 
-    int same = container | (input.format & SF_FORMAT_SUBMASK);
-    if (CanWrite(same, input))
-        return same;
+    const int inputEncoding = input.format & SF_FORMAT_SUBMASK;
+    const int named = EncodingNamedByExtension(output);
+    if (named == 0 && KeepsEncoding(input.format, container) &&
+        CanWrite(container | inputEncoding, input))
+        return container | inputEncoding;
     // The input's encoding does not fit this container (say, a compressed one):
-    // take the first encoding that holds the decoded samples without loss first.
-    const int fallbacks[] = {SF_FORMAT_FLOAT, SF_FORMAT_PCM_24, SF_FORMAT_PCM_16, SF_FORMAT_VORBIS};
-    for (int encoding : fallbacks)
+    // take the first encoding that holds the decoded samples without loss first,
+    // or the one the extension names.
+    static const std::vector<int> fallbacks = {SF_FORMAT_FLOAT,  SF_FORMAT_PCM_24,
+                                               SF_FORMAT_PCM_16, SF_FORMAT_VORBIS,
+                                               SF_FORMAT_OPUS,   SF_FORMAT_MPEG_LAYER_III};
+    for (int encoding : named != 0 ? std::vector<int>{named} : fallbacks)
     {
-        if (CanWrite(container | encoding, input))
-        {
-            if (note)
-            {
-                SF_FORMAT_INFO info{};
-                info.format = encoding;
-                sf_command(nullptr, SFC_GET_FORMAT_SUBTYPE, &info, sizeof(info));
-                *note =
-                    containerName + " files cannot hold the input's encoding; writing " + info.name;
-            }
-            return container | encoding;
-        }
+        if (!CanWrite(container | encoding, input))
+            continue;
+        if (note && encoding != inputEncoding)
+            *note = containerName + " files cannot hold the input's encoding; writing " +
+                    EncodingName(encoding);
+        return container | encoding;
     }
     throw CliError(CLI_EXIT_USAGE, containerName + " files cannot hold " +
                                        std::to_string(input.channels) + " channels at " +

@@ -3,10 +3,14 @@
 // behind, and the choice of container and sample format for an output.
 #pragma once
 
+#include "cli/host/ReplacingFile.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <map>
 #include <string>
+
+#include <sys/types.h>
 
 struct sf_private_tag;
 
@@ -45,24 +49,32 @@ public:
     // Frame count from the header; 0 or less when the container does not say.
     int64_t Frames() const { return frames; }
     // Reads up to `count` frames into `samples` (count * channels doubles, full
-    // scale 1.0). Returns the frames read, 0 at the end; throws on a read error.
+    // scale 1.0), a NaN or infinity read as 0. Returns the frames read, 0 at
+    // the end; throws on a read error.
     int64_t Read(double* samples, int64_t count);
+    // How many samples so far were NaN or infinite and read as 0.
+    int64_t NonFiniteReplaced() const { return nonFiniteReplaced; }
 
 private:
+    void ReplaceNonFinite(double* samples, size_t count);
+
     std::filesystem::path path;
     sf_private_tag* file = nullptr;
     SoundFileLayout layout;
     int64_t frames = 0;
+    int64_t nonFiniteReplaced = 0;
 };
 
-// Writes into a hidden temporary file beside the target and renames it over
-// the target in Commit, so that the target is either untouched or complete.
-// Destroyed without Commit, it removes the temporary file.
+// Writes through a ReplacingFile: the target is either untouched or complete.
+// A WAV output that may outgrow 4 GiB (by `expectedFrames`, 0 or less when
+// unknown) is written as RF64 that falls back to a WAV header if it fits.
 class AtomicSoundFileWriter
 {
 public:
     // Throws CliError (failed) when the folder cannot take the file.
-    AtomicSoundFileWriter(const std::filesystem::path& target, const SoundFileLayout& layout);
+    AtomicSoundFileWriter(const std::filesystem::path& target, const SoundFileLayout& layout,
+                          int64_t expectedFrames);
+    // Without Commit, the temporary file goes.
     ~AtomicSoundFileWriter();
     AtomicSoundFileWriter(const AtomicSoundFileWriter&) = delete;
     AtomicSoundFileWriter& operator=(const AtomicSoundFileWriter&) = delete;
@@ -71,16 +83,17 @@ public:
     void Write(const double* samples, int64_t count);
     void Commit();
     int64_t FramesWritten() const { return framesWritten; }
-    const std::filesystem::path& TemporaryPath() const { return temporaryPath; }
+    const std::filesystem::path& TemporaryPath() const { return output.TemporaryPath(); }
 
 private:
-    void Discard();
+    void RefuseWavOverflow(int64_t count) const;
     void StartWriteback();
 
     std::filesystem::path target;
-    std::filesystem::path temporaryPath;
-    int descriptor = -1;
+    ReplacingFile output;
     sf_private_tag* file = nullptr;
+    int channels = 0;
+    bool limitedToWav = false;
     int64_t framesWritten = 0;
     // Bytes of the file whose writing to disk has been started.
     off_t writebackStarted = 0;

@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <sstream>
 
 using clitest::RunQvdsp;
@@ -149,7 +151,9 @@ TEST_F(QvdspCommandTest, BadRunsSayWhyAndLeaveNoFileBehind)
     std::string dir = scratch.Path().string();
     const Case cases[] = {
         {{"process", dir + "/missing.wav", dir + "/out.wav"}, 1, "missing.wav"},
-        {{"process", dir + "/wide.wav", dir + "/out.wav"}, 1, "65 channels"},
+        {{"process", "--chain", "Tube Amplifier", dir + "/wide.wav", dir + "/out.wav"},
+         1,
+         "65 channels"},
         {{"process", in.string(), dir + "/nofolder/out.wav"}, 1, "nofolder/out.wav"},
         {{"process", in.string(), dir + "/plain/out.wav"}, 1, "plain/out.wav"},
         {{"process", "--chain", "Tube Amplifier,Flanger", in.string(), dir + "/kept.wav"},
@@ -274,4 +278,169 @@ TEST_F(QvdspCommandTest, DemoWritesBothFilesAndShowsTheLevels)
     const std::string spectrum = clitest::ReadBytes(folder / "demo-spectrum.svg");
     EXPECT_NE(spectrum.find("<polyline data-trace=\"2\""), std::string::npos);
     EXPECT_THAT(result.out, testing::EndsWith("demo-spectrum.svg\n"));
+}
+
+TEST_F(QvdspCommandTest, NonFiniteInputSamplesBecomeSilenceBeforeTheChain)
+{
+    // NaN and infinities in a float file would run on through every filter's
+    // history; as zeros they cost one sample each. The reference is the same
+    // file with zeros written there in the first place.
+    const int frames = 3000;
+    std::vector<double> poisoned = clitest::TestSignal(frames, 2, 0.5, 8);
+    std::vector<double> zeroed = poisoned;
+    const size_t spots[] = {200, 201, 1001, 4000};
+    const double bad[] = {std::nan(""), std::numeric_limits<double>::infinity(),
+                          -std::numeric_limits<double>::infinity(), std::nan("")};
+    for (size_t i = 0; i < std::size(spots); ++i)
+    {
+        poisoned[spots[i]] = bad[i];
+        zeroed[spots[i]] = 0.0;
+    }
+    clitest::WriteWithLibsndfile(scratch / "poisoned.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000,
+                                 2, poisoned);
+    clitest::WriteWithLibsndfile(scratch / "zeroed.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 2,
+                                 zeroed);
+    const std::string settings = (scratch / "settings.json").string();
+    ASSERT_EQ(Run({"peq", "add", "peak", "Frequency=1000", "Gain=6", "Q=1", "--settings", settings})
+                  .exitCode,
+              0);
+    ASSERT_EQ(Run({"eq", "set", "OCCKKUUYYUUNNKKCCCCCC", "--settings", settings}).exitCode, 0);
+
+    for (const char* chain : {"Parametric Equalizer", "Equalizer", ""})
+    {
+        RunResult result =
+            Run({"process", "--chain", chain, "--settings", settings,
+                 (scratch / "poisoned.wav").string(), (scratch / "cleaned.wav").string()});
+        ASSERT_EQ(result.exitCode, 0) << chain << ": " << result.err;
+        EXPECT_NE(result.err.find("'" + (scratch / "poisoned.wav").string() + "' holds 4 samples"),
+                  std::string::npos)
+            << result.err;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        result = Run({"process", "--chain", chain, "--settings", settings,
+                      (scratch / "zeroed.wav").string(), (scratch / "reference.wav").string()});
+        ASSERT_EQ(result.exitCode, 0) << chain << ": " << result.err;
+        EXPECT_EQ(result.err, "");
+        const std::vector<double> cleaned = clitest::ReadDoubles(scratch / "cleaned.wav");
+        const std::vector<double> reference = clitest::ReadDoubles(scratch / "reference.wav");
+        ASSERT_EQ(cleaned.size(), zeroed.size()) << chain;
+        EXPECT_TRUE(
+            std::all_of(cleaned.begin(), cleaned.end(), [](double x) { return std::isfinite(x); }))
+            << chain;
+        EXPECT_TRUE(cleaned == reference) << chain;
+        if (*chain != '\0')
+        {
+            EXPECT_FALSE(cleaned == clitest::ReadDoubles(scratch / "zeroed.wav"))
+                << chain << " did nothing";
+        }
+    }
+}
+
+TEST_F(QvdspCommandTest, APlainCopyTakesAnyChannelCount)
+{
+    // Only plug-ins are bound to 64 channels; a copy or conversion is not.
+    const int channels = 65;
+    std::vector<double> wide = clitest::TestSignal(300, channels, 0.9, 4);
+    clitest::WriteWithLibsndfile(scratch / "wide.wav", SF_FORMAT_WAV | SF_FORMAT_DOUBLE, 44100,
+                                 channels, wide);
+    RunResult result =
+        Run({"process", (scratch / "wide.wav").string(), (scratch / "copy.w64").string()});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    int read = 0;
+    EXPECT_TRUE(clitest::ReadDoubles(scratch / "copy.w64", nullptr, nullptr, &read) == wide);
+    EXPECT_EQ(read, channels);
+}
+
+TEST_F(QvdspCommandTest, OggOpusAndMp3OutputsHoldTheirCodecs)
+{
+    // A 440 Hz tone at -10 dBFS: each lossy codec must keep its level.
+    const int rate = 48000;
+    const int frames = rate;
+    std::vector<double> tone(2 * frames);
+    for (int n = 0; n < frames; ++n)
+        tone[2 * n] = tone[2 * n + 1] = 0.316 * std::sin(2 * M_PI * 440.0 * n / rate);
+    clitest::WriteWithLibsndfile(scratch / "tone.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, rate, 2,
+                                 tone);
+    const auto rms = [](const std::vector<double>& samples)
+    {
+        double sum = 0.0;
+        for (double x : samples)
+            sum += x * x;
+        return std::sqrt(sum / static_cast<double>(samples.size()));
+    };
+    const std::pair<const char*, int> outputs[] = {
+        {"out.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+        {"out.oga", SF_FORMAT_OGG | SF_FORMAT_VORBIS},
+        {"out.opus", SF_FORMAT_OGG | SF_FORMAT_OPUS},
+        {"out.mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III},
+    };
+    for (const auto& [name, expected] : outputs)
+    {
+        RunResult result =
+            Run({"process", (scratch / "tone.wav").string(), (scratch / name).string()});
+        ASSERT_EQ(result.exitCode, 0) << name << ": " << result.err;
+        int format = 0;
+        const std::vector<double> decoded = clitest::ReadDoubles(scratch / name, &format);
+        EXPECT_EQ(format, expected) << name;
+        EXPECT_NEAR(static_cast<double>(decoded.size()), static_cast<double>(tone.size()),
+                    0.1 * static_cast<double>(tone.size()))
+            << name;
+        EXPECT_NEAR(20 * std::log10(rms(decoded) / rms(tone)), 0.0, 0.5) << name;
+    }
+
+    // MP3 back into a WAV: plain float samples, and a note that says so.
+    RunResult result =
+        Run({"process", (scratch / "out.mp3").string(), (scratch / "back.wav").string()});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.err.find("writing 32 bit float"), std::string::npos) << result.err;
+    int format = 0;
+    EXPECT_EQ(clitest::ReadDoubles(scratch / "back.wav", &format),
+              clitest::ReadDoubles(scratch / "out.mp3"));
+    EXPECT_EQ(format, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+
+    // A 24-bit FLAC from a float file: the note names the encoding written.
+    clitest::WriteWithLibsndfile(scratch / "float.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, rate, 2,
+                                 tone);
+    result = Run({"process", (scratch / "float.wav").string(), (scratch / "out.flac").string()});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.err.find("writing Signed 24 bit PCM"), std::string::npos) << result.err;
+}
+
+TEST_F(QvdspCommandTest, LongRunWavOutputBeyondFourGibibytesIsReadableInFull)
+{
+    // A sparse 8-bit input of 2^29 + 2^20 frames becomes 64-bit output of just
+    // over 4 GiB: too big for a WAV header, so it has to come out as RF64.
+    const int64_t frames = (int64_t{1} << 29) + (int64_t{1} << 20);
+    const std::filesystem::path in = scratch / "sparse.wav";
+    std::ofstream(in, std::ios::binary)
+        << clitest::PcmWavHeader(1, 8000, 8, static_cast<uint32_t>(frames));
+    std::filesystem::resize_file(in, 44 + frames);
+    {
+        // Unsigned 8-bit samples at the very end: 0, +0.5, -0.5, -1.0.
+        std::fstream tail(in, std::ios::binary | std::ios::in | std::ios::out);
+        tail.seekp(44 + frames - 4);
+        tail << "\x80\xC0\x40" << '\0';
+    }
+    const std::filesystem::path out = scratch / "big.wav";
+    RunResult result = Run({"process", "--quiet", "--format", "double", in.string(), out.string()});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_GT(std::filesystem::file_size(out), uint64_t{1} << 32);
+    {
+        std::ifstream head(out, std::ios::binary);
+        char magic[4] = {};
+        head.read(magic, 4);
+        EXPECT_EQ(std::string(magic, 4), "RF64");
+    }
+    SF_INFO info{};
+    SNDFILE* file = sf_open(out.c_str(), SFM_READ, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    EXPECT_EQ(info.frames, frames);
+    EXPECT_EQ(info.format, SF_FORMAT_RF64 | SF_FORMAT_DOUBLE);
+    double last[5] = {};
+    EXPECT_EQ(sf_seek(file, frames - 5, SEEK_SET), frames - 5);
+    EXPECT_EQ(sf_readf_double(file, last, 5), 5);
+    sf_close(file);
+    EXPECT_EQ(std::vector<double>(last, last + 5),
+              (std::vector<double>{-1.0, 0.0, 0.5, -0.5, -1.0}));
+    std::filesystem::remove(out);
+    std::filesystem::remove(in);
 }

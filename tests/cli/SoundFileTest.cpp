@@ -46,6 +46,23 @@ TEST(SoundFileTest, ContainerComesFromTheExtensionInAnyCase)
     EXPECT_EQ(ContainerForPath("x.caf"), SF_FORMAT_CAF);
     EXPECT_EQ(ContainerForPath("x.w64"), SF_FORMAT_W64);
     EXPECT_EQ(ContainerForPath("x.rf64"), SF_FORMAT_RF64);
+    for (const char* ogg : {"x.ogg", "x.OGA", "x.opus"})
+        EXPECT_EQ(ContainerForPath(ogg), SF_FORMAT_OGG) << ogg;
+    EXPECT_EQ(ContainerForPath("x.mp3"), SF_FORMAT_MPEG);
+    // Every extension the library lists names a container that has it.
+    int count = 0;
+    sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof(count));
+    for (int i = 0; i < count; ++i)
+    {
+        SF_FORMAT_INFO listed{};
+        listed.format = i;
+        sf_command(nullptr, SFC_GET_FORMAT_MAJOR, &listed, sizeof(listed));
+        const std::string extension = listed.extension;
+        SF_FORMAT_INFO found{};
+        found.format = ContainerForPath("x." + extension);
+        ASSERT_EQ(sf_command(nullptr, SFC_GET_FORMAT_INFO, &found, sizeof(found)), 0) << extension;
+        EXPECT_EQ(std::string(found.extension), extension);
+    }
     std::string message;
     EXPECT_EQ(ErrorCodeOf([] { ContainerForPath("x.xyz"); }, &message), CLI_EXIT_USAGE);
     EXPECT_NE(message.find("'x.xyz'"), std::string::npos) << message;
@@ -75,6 +92,21 @@ TEST(SoundFileTest, OutputEncodingFollowsFormatOrInput)
                                  Stereo(SF_FORMAT_WAV | SF_FORMAT_FLOAT), &note),
               SF_FORMAT_FLAC | SF_FORMAT_PCM_24);
     EXPECT_NE(note.find("FLAC"), std::string::npos) << note;
+    EXPECT_NE(note.find("writing Signed 24 bit PCM"), std::string::npos) << note;
+
+    // Ogg files hold Vorbis, or Opus when so named; a decoded MP3 goes into
+    // another container as plain samples, into its own as MP3 again.
+    EXPECT_EQ(ChooseOutputFormat("o.ogg", SampleFormat::Same, pcm16, &note),
+              SF_FORMAT_OGG | SF_FORMAT_VORBIS);
+    EXPECT_NE(note.find("writing Vorbis"), std::string::npos) << note;
+    EXPECT_EQ(ChooseOutputFormat("o.opus", SampleFormat::Same, Stereo(pcm16.format, 48000)),
+              SF_FORMAT_OGG | SF_FORMAT_OPUS);
+    const SoundFileLayout mp3 = Stereo(SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III);
+    EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Same, mp3, &note),
+              SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    EXPECT_NE(note.find("writing 32 bit float"), std::string::npos) << note;
+    EXPECT_EQ(ChooseOutputFormat("o.mp3", SampleFormat::Same, mp3),
+              SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III);
 
     // Asked for explicitly, an encoding the container lacks is bad usage.
     std::string message;
@@ -110,7 +142,7 @@ TEST(SoundFileTest, WriterTouchesTheTargetOnlyWhenComplete)
     std::ofstream(target) << "earlier content";
     std::vector<double> samples = clitest::TestSignal(1000, 2, 0.5, 7);
     {
-        AtomicSoundFileWriter writer(target, Stereo(SF_FORMAT_WAV | SF_FORMAT_DOUBLE));
+        AtomicSoundFileWriter writer(target, Stereo(SF_FORMAT_WAV | SF_FORMAT_DOUBLE), 1000);
         writer.Write(samples.data(), 1000);
         EXPECT_EQ(clitest::ReadBytes(target), "earlier content");
         EXPECT_EQ(writer.TemporaryPath().parent_path(), folder.Path());
@@ -120,7 +152,7 @@ TEST(SoundFileTest, WriterTouchesTheTargetOnlyWhenComplete)
     EXPECT_EQ(folder.Entries(), std::vector<std::string>{"out.wav"});
 
     {
-        AtomicSoundFileWriter writer(target, Stereo(SF_FORMAT_WAV | SF_FORMAT_DOUBLE));
+        AtomicSoundFileWriter writer(target, Stereo(SF_FORMAT_WAV | SF_FORMAT_DOUBLE), 1000);
         writer.Write(samples.data(), 600);
         writer.Write(samples.data() + 1200, 400);
         writer.Commit();
@@ -128,6 +160,36 @@ TEST(SoundFileTest, WriterTouchesTheTargetOnlyWhenComplete)
     }
     EXPECT_TRUE(clitest::ReadDoubles(target) == samples);
     EXPECT_EQ(folder.Entries(), std::vector<std::string>{"out.wav"});
+}
+
+TEST(SoundFileTest, WavOfUnknownLengthIsStillAPlainRiffWaveWhenSmall)
+{
+    // Without a length to go by, the file starts as RF64 in case it grows past
+    // 4 GiB, and turns into a RIFF/WAVE file when it does not.
+    ScratchFolder folder;
+    std::vector<double> samples = clitest::TestSignal(500, 2, 0.5, 9);
+    clitest::WriteWithLibsndfile(folder / "reference.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 44100,
+                                 2, samples);
+    for (int64_t expected : {int64_t{0}, int64_t{500}, int64_t{1} << 40})
+    {
+        const std::filesystem::path target = folder / ("out" + std::to_string(expected) + ".wav");
+        AtomicSoundFileWriter writer(target, Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_24), expected);
+        writer.Write(samples.data(), 500);
+        writer.Commit();
+        const std::string bytes = clitest::ReadBytes(target);
+        EXPECT_EQ(bytes.substr(0, 4), "RIFF") << expected;
+        EXPECT_EQ(bytes.substr(8, 4), "WAVE") << expected;
+        EXPECT_EQ(clitest::ReadInts(target), clitest::ReadInts(folder / "reference.wav"));
+    }
+    int format = 0;
+    clitest::ReadDoubles(folder / "out500.wav", &format);
+    EXPECT_EQ(format, SF_FORMAT_WAV | SF_FORMAT_PCM_24);
+
+    // Asked for by name, RF64 stays RF64 however small.
+    AtomicSoundFileWriter writer(folder / "out.rf64", Stereo(SF_FORMAT_RF64 | SF_FORMAT_PCM_24), 0);
+    writer.Write(samples.data(), 500);
+    writer.Commit();
+    EXPECT_EQ(clitest::ReadBytes(folder / "out.rf64").substr(0, 4), "RF64");
 }
 
 TEST(SoundFileTest, WriterRefusesFoldersItCannotWriteTo)
@@ -140,7 +202,7 @@ TEST(SoundFileTest, WriterRefusesFoldersItCannotWriteTo)
         EXPECT_EQ(ErrorCodeOf(
                       [&] {
                           AtomicSoundFileWriter writer(folder / name,
-                                                       Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16));
+                                                       Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16), 0);
                       },
                       &message),
                   CLI_EXIT_FAILED)
@@ -151,10 +213,12 @@ TEST(SoundFileTest, WriterRefusesFoldersItCannotWriteTo)
     EXPECT_EQ(ErrorCodeOf(
                   [&] {
                       AtomicSoundFileWriter writer(folder / "sub.wav",
-                                                   Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16));
-                  }),
+                                                   Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16), 0);
+                  },
+                  &message),
               CLI_EXIT_FAILED);
     EXPECT_EQ(folder.Entries(), (std::vector<std::string>{"plain", "sub.wav"}));
+    EXPECT_NE(message.find("folder"), std::string::npos) << message;
 }
 
 TEST(SoundFileTest, IntegerSamplesSurviveARoundTripAndClipInsteadOfWrapping)
@@ -179,7 +243,7 @@ TEST(SoundFileTest, IntegerSamplesSurviveARoundTripAndClipInsteadOfWrapping)
     EXPECT_TRUE(read == ramp);
     {
         AtomicSoundFileWriter writer(folder / "copy.wav",
-                                     {SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1});
+                                     {SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1}, 65536);
         writer.Write(read.data(), 65536);
         writer.Commit();
     }
@@ -188,7 +252,7 @@ TEST(SoundFileTest, IntegerSamplesSurviveARoundTripAndClipInsteadOfWrapping)
     const double beyond[] = {1.5, -1.5, 1.0};
     {
         AtomicSoundFileWriter writer(folder / "loud.wav",
-                                     {SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1});
+                                     {SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1}, 3);
         writer.Write(beyond, 3);
         writer.Commit();
     }

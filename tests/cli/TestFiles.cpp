@@ -101,6 +101,18 @@ std::string ReadBytes(const std::filesystem::path& path)
     return bytes.str();
 }
 
+std::string PcmWavHeader(int channels, int sampleRate, int bits, uint32_t dataBytes)
+{
+    const auto le32 = [](uint32_t v) {
+        return std::string{char(v), char(v >> 8), char(v >> 16), char(v >> 24)};
+    };
+    const auto le16 = [](uint32_t v) { return std::string{char(v), char(v >> 8)}; };
+    const uint32_t blockAlign = static_cast<uint32_t>(channels * bits / 8);
+    return "RIFF" + le32(dataBytes + 36) + "WAVEfmt " + le32(16) + le16(1) + le16(channels) +
+           le32(sampleRate) + le32(sampleRate * blockAlign) + le16(blockAlign) + le16(bits) +
+           "data" + le32(dataBytes);
+}
+
 std::vector<double> TestSignal(int64_t frames, int channels, double amplitude, uint32_t seed)
 {
     std::mt19937 engine(seed);
@@ -122,7 +134,13 @@ std::vector<double> TestSignal(int64_t frames, int channels, double amplitude, u
     return samples;
 }
 
-RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch)
+const char* QvdspPath()
+{
+    return QVDSP_CLI_PATH;
+}
+
+RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch,
+                   uid_t user)
 {
     std::filesystem::path outPath = scratch / ".stdout";
     std::filesystem::path errPath = scratch / ".stderr";
@@ -133,6 +151,8 @@ RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolde
         int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         dup2(out, STDOUT_FILENO);
         dup2(err, STDERR_FILENO);
+        if (user != geteuid() && (setgid(user) != 0 || setuid(user) != 0))
+            _exit(126);
         std::vector<char*> argv{const_cast<char*>(QVDSP_CLI_PATH)};
         for (const std::string& argument : arguments)
             argv.push_back(const_cast<char*>(argument.c_str()));

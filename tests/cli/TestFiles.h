@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace clitest
 {
 
@@ -36,6 +38,8 @@ std::vector<double> ReadDoubles(const std::filesystem::path& path, int* format =
 // Reads a whole file as 32-bit integers (libsndfile's left-justified form).
 std::vector<int32_t> ReadInts(const std::filesystem::path& path);
 std::string ReadBytes(const std::filesystem::path& path);
+// A canonical 44-byte header of integer PCM that announces `dataBytes` of data.
+std::string PcmWavHeader(int channels, int sampleRate, int bits, uint32_t dataBytes);
 
 // Uniform noise in [-amplitude, amplitude) from a fixed seed, plus a few values
 // that probe the edges: full scale, beyond it, the smallest magnitudes, zero.
@@ -48,8 +52,13 @@ struct RunResult
     std::string err;
 };
 
+// Where the real qvdsp binary of this build is.
+const char* QvdspPath();
+
 // Runs the real qvdsp binary with `arguments`, its output and errors caught in
-// files of the scratch folder (removed again afterwards).
-RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch);
+// files of the scratch folder (removed again afterwards); as another user
+// (and the group of that number) when run by root and `user` is not root.
+RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch,
+                   uid_t user = geteuid());
 
 }  // namespace clitest
