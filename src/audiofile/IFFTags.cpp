@@ -244,6 +244,11 @@ CIFFInfo::CTagSavePlan CIFFInfo::PlanTagSave(bool remove)
     }
     plan.dropTag = remove || plan.appendTag;
     plan.moveChunks = plan.dropTag || uitsDirty;
+    // A last chunk that claims more than the file holds would swallow what is
+    // appended behind it; only a data chunk is cut to the file first.
+    if (plan.moveChunks && !chunks.empty() && !chunks.back().Is("data") &&
+        chunks.back().Position + 8 + int64_t{chunks.back().Size} > fileSize)
+        plan.failed = true;
     return plan;
 }
 

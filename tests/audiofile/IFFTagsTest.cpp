@@ -276,6 +276,23 @@ TEST(IFFTags, FilesThatMustNotTakeTagsAreRefusedButRead)
     CWAVInfo reader;
     ASSERT_EQ(reader.OpenFile(QVString::FromUTF8(wav), false, true), 0);
     EXPECT_EQ(TagOf(reader, u"Name"), "x");
+
+    // A cut-off last chunk would swallow a tag put behind it: nothing is written.
+    CByteBuilder cut;
+    cut.Text("RIFF").U32(0).Text("WAVE");
+    AppendWaveFormat(cut, 1, 2, 44100, 16);
+    cut.Text("data").U32(4).Raw({1, 2, 3, 4});
+    cut.Text("junk").U32(100).Raw({5, 6});
+    cut.PatchU32(4, static_cast<uint32_t>(cut.Size() - 8));
+    const std::string cutPath = folder.File("cut.wav");
+    WriteBytes(cutPath, cut.Bytes());
+    {
+        CWAVInfo writer;
+        ASSERT_EQ(writer.OpenFileForTags(QVString::FromUTF8(cutPath), false), 0);
+        ASSERT_TRUE(writer.SetTag(u"Name"_qv, u"x"_qv));
+        EXPECT_FALSE(writer.SaveTags(false));
+    }
+    EXPECT_EQ(ReadBytes(cutPath), cut.Bytes());
 }
 
 TEST(IFFTags, RandomEditSequencesKeepTheAudioAndTheSizesRight)
