@@ -27,6 +27,7 @@ int main(int argc, char** argv)
     AddInfoCommand(app, context);
     AddHeadphonesCommand(app, context);
     AddTempoCommand(app, context);
+    AddTagCommand(app, context);
 
     // Without this, a mistyped command reads as a missing one.
     if (argc > 1 && argv[1][0] != '-')

@@ -2,7 +2,7 @@
 # Builds the libFuzzer targets with clang and runs each for a number of seconds.
 #
 #   scripts/fuzz.sh [SECONDS] [TARGET...]      (targets: XmlReader LoadXml TokenReader
-#                                               AudioReaders FileName)
+#                                               AudioReaders FileName ID3v2Tag TagWriting)
 #
 # SECONDS defaults to 60 per target. The build goes to $QVDSP_FUZZ_BUILD
 # (default build/fuzz); $QVDSP_BUILD_COMMAND replaces "cmake --build" when
@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 [[ $# -gt 0 ]] && shift
 targets=("$@")
-[[ ${#targets[@]} -eq 0 ]] && targets=(XmlReader LoadXml TokenReader AudioReaders FileName)
+[[ ${#targets[@]} -eq 0 ]] && targets=(XmlReader LoadXml TokenReader AudioReaders FileName ID3v2Tag TagWriting)
 build=${QVDSP_FUZZ_BUILD:-build/fuzz}
 build_command=${QVDSP_BUILD_COMMAND:-cmake --build}
 

@@ -52,3 +52,4 @@ void AddAnalyzeCommand(CLI::App& app, CliContext& context);
 void AddInfoCommand(CLI::App& app, CliContext& context);
 void AddHeadphonesCommand(CLI::App& app, CliContext& context);
 void AddTempoCommand(CLI::App& app, CliContext& context);
+void AddTagCommand(CLI::App& app, CliContext& context);

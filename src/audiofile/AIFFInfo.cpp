@@ -47,6 +47,16 @@ bool CAIFFUITSChunk::Write(IQVFileStream& stream) const
     return done;
 }
 
+CAIFFInfo::~CAIFFInfo()
+{
+    Close();
+}
+
+std::unique_ptr<CUITSChunk> CAIFFInfo::MakeUITSChunk() const
+{
+    return std::make_unique<CAIFFUITSChunk>();
+}
+
 uint32_t CAIFFInfo::RateFromExtended(const uint8_t (&extended)[10])
 {
     const int32_t e = extended[1];
@@ -67,9 +77,9 @@ int64_t CAIFFInfo::FrameToPosition(int64_t frame) const
     return position > INT64_MAX - soundDataOffset ? INT64_MAX : position + soundDataOffset;
 }
 
-// The walk has no strict mode, and plain AIFF stops at its two chunks whatever
-// scan all asks; AIFC runs to the end.
-int32_t CAIFFInfo::ReadHeader(bool /*strict*/, bool /*scanAll*/)
+// The walk has no strict mode. Plain AIFF stops at its two chunks unless
+// scan all asks for the tags; AIFC runs to the end.
+int32_t CAIFFInfo::ReadHeader(bool /*strict*/, bool scanAll)
 {
     isOpen = 0;
     compression = COMPRESSION_NONE;
@@ -137,7 +147,10 @@ int32_t CAIFFInfo::ReadHeader(bool /*strict*/, bool /*scanAll*/)
             ssndFound = true;
         }
         else if (SameId(header, "id3 ") || SameId(header, "ID3 ") || SameId(header, "tag "))
-            tagChunkIndex = index;
+        {
+            if (!ReadTagChunk(body, size, index))
+                break;
+        }
         else if (SameId(header, "APPL") && size >= 4 && size - 4 <= kMaximumKeptChunk)
         {
             uint8_t signature[4];
@@ -157,7 +170,8 @@ int32_t CAIFFInfo::ReadHeader(bool /*strict*/, bool /*scanAll*/)
         }
         // "FVER" holds a version stamp that nothing needs; it is skipped.
         position = NextChunkPosition(body, size, 2);
-        if (commFound && ssndFound && (!isAIFC || stream->IsNonSeekable()))
+        // Tags often follow the sound data, so a walk for them goes on.
+        if (commFound && ssndFound && ((!isAIFC && !scanAll) || stream->IsNonSeekable()))
             break;
     }
     if (!stream->IsNonSeekable())

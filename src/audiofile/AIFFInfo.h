@@ -26,6 +26,7 @@ public:
         COMPRESSION_OTHER = 7,
     };
 
+    ~CAIFFInfo() override;
     int32_t ReadHeader(bool strict, bool scanAll) override;
     int64_t FrameToPosition(int64_t frame) const override;
     QVString GetTagChunkID() const override { return u"ID3 "; }
@@ -42,6 +43,7 @@ public:
 
 protected:
     void ConvertSamples(uint8_t* bytes, int64_t count) override;
+    std::unique_ptr<CUITSChunk> MakeUITSChunk() const override;
 
 private:
     uint32_t soundDataOffset = 0;

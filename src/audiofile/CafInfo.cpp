@@ -103,8 +103,13 @@ int32_t CCafInfo::ReadHeader(bool /*strict*/, bool scanAll)
                 if (size == -1)
                     break;
             }
-            else if (std::memcmp(header, "ID3 ", 4) == 0 || std::memcmp(header, "id3 ", 4) == 0)
-                tagChunkIndex = static_cast<int32_t>(cafChunks.size() - 1);
+            else if ((std::memcmp(header, "ID3 ", 4) == 0 || std::memcmp(header, "id3 ", 4) == 0) &&
+                     size <= kMaximumKeptChunk)
+            {
+                if (!ReadTagChunk(body, static_cast<uint32_t>(size),
+                                  static_cast<int32_t>(cafChunks.size() - 1)))
+                    break;
+            }
             position = NextChunkPosition(body, static_cast<uint64_t>(size), 1);
             if (dataFound && ((formatFound && !scanAll) || stream->IsNonSeekable()))
                 break;

@@ -47,6 +47,8 @@ int64_t NextChunkPosition(int64_t dataStart, uint64_t size, uint64_t alignment)
 }
 
 CIFFInfo::CIFFInfo() = default;
+// Readers that can save tags close in their own destructors, where their
+// overrides of the size operations still run.
 CIFFInfo::~CIFFInfo() = default;
 
 void CIFFInfo::ResetFields()
@@ -61,6 +63,7 @@ void CIFFInfo::ResetFields()
     chunks.clear();
     tagWritable = -1;
     uitsChunk.reset();
+    tag.Reset();
 }
 
 int32_t CIFFInfo::OpenStream(std::unique_ptr<IQVFileStream> newStream, bool strict, bool scanAll)
@@ -70,6 +73,7 @@ int32_t CIFFInfo::OpenStream(std::unique_ptr<IQVFileStream> newStream, bool stri
     if (!newStream || !newStream->IsOpen())
         return -1;
     stream = std::move(newStream);
+    openedStrict = strict;
     return ReadHeader(strict, scanAll);
 }
 
@@ -87,6 +91,20 @@ int32_t CIFFInfo::OpenFile(const QVString& name, bool strict, bool scanAll)
     return OpenStream(std::move(file), strict, scanAll);
 }
 
+int32_t CIFFInfo::OpenFileForTags(const QVString& name, bool strict)
+{
+    fileName = name;
+    auto file = std::make_unique<CLocalFileStream>();
+    const QVString path = QVFileSystem::GetPlainPath(name);
+    if (path.IsEmpty() || QVFileSystem::IsURL(path) || !file->Open(path.ToUTF8(), true))
+    {
+        Close();
+        ResetFields();
+        return -1;
+    }
+    return OpenStream(std::move(file), strict, true);
+}
+
 int32_t CIFFInfo::Reopen()
 {
     return OpenFile(QVString(fileName), true, true);
@@ -94,6 +112,7 @@ int32_t CIFFInfo::Reopen()
 
 void CIFFInfo::Close()
 {
+    SaveTags(false);
     stream.reset();
     isOpen = 0;
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "audiofile/FileStream.h"
+#include "audiofile/ID3v2Tag.h"
 #include "core/QVString.h"
 #include "qvdsp/AudioFormat.h"
 
@@ -62,6 +63,8 @@ public:
     virtual int32_t OpenStream(std::unique_ptr<IQVFileStream> stream, bool strict, bool scanAll);
     // Opens a local file (a plain path or its XMLFN form) read-only.
     virtual int32_t OpenFile(const QVString& name, bool strict, bool scanAll);
+    // The same, for reading and writing, so that tags can be saved.
+    int32_t OpenFileForTags(const QVString& name, bool strict);
     virtual int32_t ReadHeader(bool strict, bool scanAll) = 0;
     // Reads `frames` frames from `startFrame` into `destination`, which holds
     // at least frames x bits per frame / 8 bytes. Answers the bytes read (0 at
@@ -91,11 +94,33 @@ public:
     virtual int64_t FrameToPosition(int64_t frame) const;
     virtual int64_t PositionToFrame(int64_t position) const;
 
+    // The tags (see IFFTags.cpp). A field's text, false when it has none.
+    virtual bool GetTag(const QVString& name, QVString& text);
+    // False when the file cannot take tags or the field cannot be set.
+    virtual bool SetTag(const QVString& name, const QVString& text);
+    // Writes changed tags into the file in place; `remove` drops the tag.
+    virtual bool SaveTags(bool remove);
+    virtual bool CanWriteTags();
+    // A printable dump of the tag, one frame a line.
+    virtual QVString GetTagText();
+    // True when saving now would overwrite the tag's own bytes and nothing
+    // else (or write nothing at all).
+    bool TagSaveTouchesOnlyTagBytes(bool remove);
+
     // Turns a 32-bit value of the file to machine order.
     virtual uint32_t Swap32(uint32_t value) const { return value; }
+    // Adds `delta` to the size in the container's first header.
+    virtual bool AddToFormSize(int64_t delta);
+    virtual int64_t GetFormSize();
+    // One zero byte when `size` is odd.
+    virtual bool WritePad(int64_t size);
     // The four characters of a new tag chunk; empty where tags have no chunk.
     virtual QVString GetTagChunkID() const = 0;
+    // Makes the first header's size agree with the file.
+    virtual bool RepairFormSize();
     virtual bool IsBelow2GB() const { return dataSize < 2147483648LL; }
+    // Cuts a last data chunk that claims more than the file holds.
+    virtual bool RepairDataSize();
 
     // The class name of the reader, as `qvdsp info` shows it.
     virtual const char* GetReaderName() const = 0;
@@ -109,6 +134,7 @@ public:
     const std::vector<CIFFChunk>& GetChunks() const { return chunks; }
     int32_t GetTagChunkIndex() const { return tagChunkIndex; }
     const CUITSChunk* GetUITSChunk() const { return uitsChunk.get(); }
+    const CID3v2Tag& GetID3v2Tag() const { return tag; }
     // Bits per frame: block align x 8, else bits x channels, else 8.
     int64_t GetBitsPerFrame() const;
 
@@ -121,6 +147,14 @@ protected:
     // Turns the bytes that Read delivered to the machine's order, in place,
     // on whole samples only.
     virtual void ConvertSamples(uint8_t* bytes, int64_t count) {}
+    // The INFO list's entry of a name, for readers that have one.
+    virtual bool GetInfoListValue(const QVString& name, QVString& text) const { return false; }
+    // An empty payload chunk in this container's form; null where it has none.
+    virtual std::unique_ptr<CUITSChunk> MakeUITSChunk() const { return nullptr; }
+    // Reads the tag chunk of `size` bytes at `position`; false on a short read.
+    bool ReadTagChunk(int64_t position, uint32_t size, int32_t index);
+    bool WriteAt(int64_t position, const void* buffer, int64_t count);
+    bool WriteU32At(int64_t position, uint32_t value);
     // Reads exactly `count` bytes at `position`; false on a short read.
     bool ReadAt(int64_t position, void* buffer, int64_t count);
     // Appends a chunk and answers its index.
@@ -141,6 +175,27 @@ protected:
     std::vector<CIFFChunk> chunks;
     int32_t tagWritable = -1;
     std::unique_ptr<CUITSChunk> uitsChunk;
+    CID3v2Tag tag;
+    bool openedStrict = false;
+
+private:
+    // What SaveTags has to do.
+    struct CTagSavePlan
+    {
+        bool needed = false;
+        bool failed = false;      // the tag could not be rendered
+        bool tagInPlace = false;  // the tag keeps its length: its bytes are overwritten
+        bool appendTag = false;   // the tag goes to the end
+        bool dropTag = false;     // the tag's chunk goes
+        bool moveChunks = false;  // chunks behind the tags move forward
+        std::vector<uint8_t> rendered;
+    };
+    CTagSavePlan PlanTagSave(bool remove);
+    // The file's layout after a rewrite: the walk again, tags included.
+    void Rescan();
+    bool MoveChunksAndAppend(bool dropTag, const std::vector<uint8_t>* rendered);
+    // [start, end) of chunk `index` in the file, its pad included.
+    void ChunkExtent(size_t index, int64_t& start, int64_t& end) const;
 };
 
 // Chunks whose contents are kept whole (lists, payloads, coding history) are

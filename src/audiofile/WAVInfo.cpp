@@ -1,6 +1,7 @@
 #include "audiofile/WAVInfo.h"
 
 #include "audiofile/FieldReader.h"
+#include "frame/IQVTools.h"
 
 #include <algorithm>
 #include <cstring>
@@ -351,7 +352,10 @@ int32_t CWAVInfo::ReadHeader(bool strict, bool scanAll)
                                 : NextChunkPosition(body, static_cast<uint64_t>(dataSize), 2);
         }
         else if (SameId(header, "id3 ") || SameId(header, "ID3 ") || SameId(header, "tag "))
-            tagChunkIndex = index;
+        {
+            if (!ReadTagChunk(body, size, index))
+                break;
+        }
         else if (SameId(header, "LIST"))
             ReadList(body, size);
         else if (SameId(header, "UITS"))
@@ -371,4 +375,94 @@ int32_t CWAVInfo::ReadHeader(bool strict, bool scanAll)
     FinishData();
     DetectDts();
     return 0;
+}
+
+namespace
+{
+// Places of the 64-bit sizes in an RF64 file's ds64 chunk.
+constexpr int64_t kRiffSize64Offset = 20;
+constexpr int64_t kDataSize64Offset = 28;
+}  // namespace
+
+CWAVInfo::~CWAVInfo()
+{
+    Close();
+}
+
+bool CWAVInfo::WriteU64At(int64_t position, uint64_t value)
+{
+    uint8_t bytes[8];
+    for (int i = 0; i < 8; ++i)
+        bytes[i] = static_cast<uint8_t>(value >> (8 * i));
+    return WriteAt(position, bytes, 8);
+}
+
+// In RF64 the header keeps 0xFFFFFFFF and the true size lives in ds64.
+bool CWAVInfo::AddToFormSize(int64_t delta)
+{
+    if (riffKind != RIFF_RF64 || !dataSize64Chunk)
+        return CIFFInfo::AddToFormSize(delta);
+    dataSize64Chunk->riffSize += static_cast<uint64_t>(delta);
+    return WriteU64At(kRiffSize64Offset, dataSize64Chunk->riffSize);
+}
+
+bool CWAVInfo::RepairFormSize()
+{
+    if (riffKind != RIFF_RF64 || !dataSize64Chunk)
+        return CIFFInfo::RepairFormSize();
+    fileSize = stream->GetSize();
+    const uint64_t wanted = static_cast<uint64_t>(fileSize - 8);
+    if (dataSize64Chunk->riffSize == wanted)
+        return true;
+    dataSize64Chunk->riffSize = wanted;
+    return WriteU64At(kRiffSize64Offset, wanted);
+}
+
+bool CWAVInfo::RepairDataSize()
+{
+    if (riffKind != RIFF_RF64 || !dataSize64Chunk)
+        return CIFFInfo::RepairDataSize();
+    if (chunks.empty() || !chunks.back().Is("data"))
+        return true;
+    const int64_t body = chunks.back().Position + 8;
+    fileSize = stream->GetSize();
+    const uint64_t available = static_cast<uint64_t>(fileSize - body);
+    if (dataSize64Chunk->dataSize <= available)
+        return true;
+    dataSize64Chunk->dataSize = available;
+    if (!WriteU64At(kDataSize64Offset, available))
+        return false;
+    if (available % 2 != 0)
+    {
+        const uint8_t pad = 0;
+        if (!WriteAt(fileSize, &pad, 1))
+            return false;
+        ++fileSize;
+    }
+    return true;
+}
+
+bool CWAVInfo::GetInfoListValue(const QVString& name, QVString& text) const
+{
+    const QVString* value = infoList.Find(name);
+    if (value == nullptr || value->IsEmpty())
+        return false;
+    text = *value;
+    return true;
+}
+
+std::unique_ptr<CUITSChunk> CWAVInfo::MakeUITSChunk() const
+{
+    return std::make_unique<CWAVUITSChunk>();
+}
+
+QVString CWAVInfo::GetTagText()
+{
+    QVString text = CIFFInfo::GetTagText();
+    if (!text.IsEmpty() || infoList.GetCount() == 0)
+        return text;
+    text = QVTranslated(u"WAVE INFO LIST:\r\n");
+    for (const auto& node : infoList)
+        text += node.key + u": " + node.value + u"\r\n";
+    return text;
 }

@@ -64,8 +64,13 @@ public:
         RIFF_RF64 = 2,
     };
 
+    ~CWAVInfo() override;
     int32_t ReadHeader(bool strict, bool scanAll) override;
     QVString GetTagChunkID() const override { return u"id3 "; }
+    QVString GetTagText() override;
+    bool AddToFormSize(int64_t delta) override;
+    bool RepairFormSize() override;
+    bool RepairDataSize() override;
     const char* GetReaderName() const override { return "CWAVInfo"; }
 
     const QVInfoList& GetInfoList() const { return infoList; }
@@ -73,7 +78,12 @@ public:
     const CDataSize64Chunk* GetDataSize64Chunk() const { return dataSize64Chunk.get(); }
     int32_t GetRiffKind() const { return riffKind; }
 
+protected:
+    bool GetInfoListValue(const QVString& name, QVString& text) const override;
+    std::unique_ptr<CUITSChunk> MakeUITSChunk() const override;
+
 private:
+    bool WriteU64At(int64_t position, uint64_t value);
     bool ReadDataSize64();
     void ReadList(int64_t position, uint32_t size);
     void ReadBroadcastExtension(int64_t position, uint32_t size);

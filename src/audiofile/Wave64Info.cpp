@@ -99,8 +99,11 @@ int32_t CWave64Info::ReadHeader(bool strict, bool scanAll)
                                : static_cast<int64_t>(bodySize);
                 dataFound = true;
             }
-            else if (SameGuid(header, kTagGuid))
-                tagChunkIndex = index;
+            else if (SameGuid(header, kTagGuid) && bodySize <= kMaximumKeptChunk)
+            {
+                if (!ReadTagChunk(body, static_cast<uint32_t>(bodySize), index))
+                    break;
+            }
             else if (SameGuid(header, kListGuid) && bodySize >= 4 && bodySize <= kMaximumKeptChunk)
             {
                 std::vector<uint8_t> bytes(static_cast<size_t>(bodySize));
@@ -120,6 +123,15 @@ int32_t CWave64Info::ReadHeader(bool strict, bool scanAll)
     isOpen = 1;
     FinishData();
     return 0;
+}
+
+bool CWave64Info::GetInfoListValue(const QVString& name, QVString& text) const
+{
+    const QVString* value = infoList.Find(name);
+    if (value == nullptr || value->IsEmpty())
+        return false;
+    text = *value;
+    return true;
 }
 
 std::vector<CChunkSummary> CWave64Info::DescribeChunks() const

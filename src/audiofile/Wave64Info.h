@@ -18,6 +18,9 @@ public:
     // A GUID as it stands in the file, in its usual text form.
     static std::string GuidText(const uint8_t* bytes);
 
+protected:
+    bool GetInfoListValue(const QVString& name, QVString& text) const override;
+
 private:
     QVInfoList infoList;
     // The whole GUID and 64-bit size of each chunk, beside the base's record

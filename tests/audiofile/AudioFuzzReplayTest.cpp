@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "../../fuzz/AudioFuzzChecks.h"
+#include "../../fuzz/TagFuzzChecks.h"
 
 namespace
 {
@@ -54,5 +55,11 @@ TEST(AudioFuzzReplay, EveryKeptInputPassesItsChecks)
               0);
     EXPECT_GT(Replay("FileName", [](const std::vector<uint8_t>& bytes)
                      { qvfuzz::CheckFileName(qvfuzz::FuzzText(bytes.data(), bytes.size())); }),
+              0);
+    EXPECT_GT(Replay("ID3v2Tag", [](const std::vector<uint8_t>& bytes)
+                     { qvfuzz::CheckID3v2Tag(bytes.data(), bytes.size()); }),
+              0);
+    EXPECT_GT(Replay("TagWriting", [](const std::vector<uint8_t>& bytes)
+                     { qvfuzz::CheckTagWriting(bytes.data(), bytes.size()); }),
               0);
 }
