@@ -1,5 +1,6 @@
 #include "cli/commands/ApoImport.h"
 
+#include "cli/commands/Commands.h"
 #include "parametric/EqualizingFilters.h"
 
 #include <cctype>
@@ -30,6 +31,8 @@ std::string Trimmed(const std::string& text)
 // A decimal number, with "." or "," as decimal mark; nothing else in the token.
 std::optional<double> ParseNumber(std::string token)
 {
+    if (!IsDecimalText(token, false))
+        return std::nullopt;
     for (char& c : token)
         if (c == ',')
             c = '.';
@@ -199,7 +202,10 @@ ApoImport ParseApoText(const std::string& text)
         else if (key.starts_with("FILTER"))
             filter = ParseFilter(value);
         if (filter)
+        {
+            filter->line = number;
             result.filters.push_back(*filter);
+        }
         else
             result.unmapped.push_back({number, Trimmed(line)});
     }

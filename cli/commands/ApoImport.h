@@ -18,6 +18,7 @@ struct ImportedFilter
     double gain = 0;
     double q = 0.7071;
     double slope = 12;  // dB/octave of the low- and high-pass kinds
+    int32_t line = 0;   // where the text gave it, from 1
 };
 
 struct ApoLineProblem

@@ -36,6 +36,26 @@ struct CliContext
 void AddSharedOptions(CLI::App& command, CliContext& context);
 // The command's action runs after parsing, only if this command was chosen.
 void SetCommandAction(CLI::App& command, CliContext& context, std::function<void()> action);
+// The same for a command that edits settings: everything it reads and writes
+// in the settings file is one update, made under the file's lock from the
+// first read to the one write at the end, so that commands running side by
+// side never lose each other's changes. A command that fails writes nothing.
+void SetSettingsCommandAction(CLI::App& command, CliContext& context, std::function<void()> action);
+
+// Plain decimal numbers only: an optional sign, digits with at most one "."
+// or ",", and for non-integers an exponent.
+bool IsDecimalText(const std::string& text, bool integer);
+
+// Text from a user's file fit to echo on a terminal: control characters
+// and bytes that are not UTF-8 become escapes such as \x1b.
+std::string EscapeControls(const std::string& text);
+
+// The whole of a user's file, at most limit bytes; a CliError naming the file
+// and the reason otherwise (a folder, a missing file, one that is too large).
+std::string ReadUserFile(const std::string& path, size_t limit);
+
+// Why the settings store refused the last write: the file and the reason.
+std::string SettingsWriteProblem();
 
 void AddListCommand(CLI::App& app, CliContext& context);
 void AddProcessCommand(CLI::App& app, CliContext& context);

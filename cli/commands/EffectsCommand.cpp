@@ -256,16 +256,16 @@ void AddChoiceCommand(CLI::App& effects, CliContext& context,
 {
     CLI::App* command = AddEffectsSubcommand(effects, context, name, description);
     command->add_option("NAME|INDEX", options->choice, argumentHelp)->required();
-    SetCommandAction(*command, context,
-                     [&context, options, group]
-                     {
-                         const int32_t index = CheckedChoice(group, options->choice);
-                         CheckZoneKeepsSettings(context);
-                         EffectsSession session(context);
-                         session.Panel().Select(group, index);
-                         session.CheckSaved();
-                         Show(session.Panel());
-                     });
+    SetSettingsCommandAction(*command, context,
+                             [&context, options, group]
+                             {
+                                 const int32_t index = CheckedChoice(group, options->choice);
+                                 CheckZoneKeepsSettings(context);
+                                 EffectsSession session(context);
+                                 session.Panel().Select(group, index);
+                                 session.CheckSaved();
+                                 Show(session.Panel());
+                             });
 }
 
 }  // namespace
@@ -280,21 +280,21 @@ void AddEffectsCommand(CLI::App& app, CliContext& context)
 
     CLI::App* show = AddEffectsSubcommand(
         *effects, context, "show", "Show the environment, the amount, the subwoofer and the field");
-    SetCommandAction(*show, context,
-                     [&context]
-                     {
-                         EffectsSession session(context);
-                         Show(session.Panel());
-                     });
+    SetSettingsCommandAction(*show, context,
+                             [&context]
+                             {
+                                 EffectsSession session(context);
+                                 Show(session.Panel());
+                             });
 
     CLI::App* list = AddEffectsSubcommand(*effects, context, "list",
                                           "List the three tables; * marks the zone's choice");
-    SetCommandAction(*list, context,
-                     [&context]
-                     {
-                         EffectsSession session(context);
-                         List(session.Panel());
-                     });
+    SetSettingsCommandAction(*list, context,
+                             [&context]
+                             {
+                                 EffectsSession session(context);
+                                 List(session.Panel());
+                             });
 
     AddChoiceCommand(*effects, context, options, "environment", "Choose the reverb's room",
                      "A name of 'list' in any case (\"Concert Hall\"), its index, or none",
@@ -314,36 +314,37 @@ void AddEffectsCommand(CLI::App& app, CliContext& context)
         ->add_option("AMOUNT", options->amount,
                      "1 to 10, rounded to a whole number as the panel's control does")
         ->required();
-    SetCommandAction(*amount, context,
-                     [&context, options]
-                     {
-                         const double value = CheckedAmount(options->amount);
-                         CheckZoneKeepsSettings(context);
-                         EffectsSession session(context);
-                         if (!session.Panel().IsAmountEnabled())
-                             throw CliError(CLI_EXIT_USAGE,
-                                            "the amount applies to a reverb, and the zone has "
-                                            "no environment; choose one first");
-                         session.Panel().SetAmount(value);
-                         session.CheckSaved();
-                         Show(session.Panel());
-                     });
+    SetSettingsCommandAction(
+        *amount, context,
+        [&context, options]
+        {
+            const double value = CheckedAmount(options->amount);
+            CheckZoneKeepsSettings(context);
+            EffectsSession session(context);
+            if (!session.Panel().IsAmountEnabled())
+                throw CliError(CLI_EXIT_USAGE, "the amount applies to a reverb, and the zone has "
+                                               "no environment; choose one first");
+            session.Panel().SetAmount(value);
+            session.CheckSaved();
+            Show(session.Panel());
+        });
 
     CLI::App* off = AddEffectsSubcommand(*effects, context, "off",
                                          "Set the environment, subwoofer and field to (none)");
-    SetCommandAction(*off, context,
-                     [&context]
-                     {
-                         CheckZoneKeepsSettings(context);
-                         EffectsSession session(context);
-                         for (Dlg::EGroup group :
-                              {Dlg::GROUP_ENVIRONMENT, Dlg::GROUP_SUBWOOFER, Dlg::GROUP_SURROUND})
-                         {
-                             session.Panel().Select(group, 0);
-                             session.CheckSaved();
-                         }
-                         Show(session.Panel());
-                     });
+    SetSettingsCommandAction(
+        *off, context,
+        [&context]
+        {
+            CheckZoneKeepsSettings(context);
+            EffectsSession session(context);
+            for (Dlg::EGroup group :
+                 {Dlg::GROUP_ENVIRONMENT, Dlg::GROUP_SUBWOOFER, Dlg::GROUP_SURROUND})
+            {
+                session.Panel().Select(group, 0);
+                session.CheckSaved();
+            }
+            Show(session.Panel());
+        });
 }
 
 void SelectEffectsDemoSetting(IQVDSP& plugin, CliHost&)

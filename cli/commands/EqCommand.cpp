@@ -60,8 +60,7 @@ public:
     void Save()
     {
         if (!Presets().Save())
-            throw CliError(CLI_EXIT_FAILED, "cannot write the Equalizer's settings to " +
-                                                CSettingsFile::DefaultPath());
+            throw CliError(CLI_EXIT_FAILED, SettingsWriteProblem());
     }
 
 private:
@@ -156,121 +155,122 @@ void AddEqCommand(CLI::App& app, CliContext& context)
 
     CLI::App* show =
         AddEqSubcommand(*eq, context, "show", "Show the setting, the preset and every gain in dB");
-    SetCommandAction(*show, context,
-                     [&context]
-                     {
-                         EqSession session(context);
-                         Show(session);
-                     });
+    SetSettingsCommandAction(*show, context,
+                             [&context]
+                             {
+                                 EqSession session(context);
+                                 Show(session);
+                             });
 
     CLI::App* set = AddEqSubcommand(*eq, context, "set", "Set all gains at once by a setting text");
     set->add_option("SETTING", o.setting,
                     "21 characters (or the older 11) from \"0\" (+12 dB) over \"O\" (0 dB) "
                     "to \"n\" (-12 dB), preamp first")
         ->required();
-    SetCommandAction(*set, context,
-                     [&context, options]
-                     {
-                         const QVString setting = CheckedSetting(options->setting);
-                         EqSession session(context);
-                         session.Presets().settings = setting;
-                         session.Presets().preset = QVString();
-                         session.Presets().SelectPreset(QVString());
-                         session.Save();
-                         session.Panel().Refresh();
-                         Show(session);
-                     });
+    SetSettingsCommandAction(*set, context,
+                             [&context, options]
+                             {
+                                 const QVString setting = CheckedSetting(options->setting);
+                                 EqSession session(context);
+                                 session.Presets().settings = setting;
+                                 session.Presets().preset = QVString();
+                                 session.Presets().SelectPreset(QVString());
+                                 session.Save();
+                                 session.Panel().Refresh();
+                                 Show(session);
+                             });
 
     CLI::App* band = AddEqSubcommand(*eq, context, "band",
                                      "Move the slider of band N (1 = 31.25 Hz ... 20 = 20 kHz)");
     band->add_option("N", o.band, "Band number, 1 to 20")->required();
     band->add_option("DB", o.gain, "Gain in dB, -12 to 12, on the sliders' 0.5 dB grid")
         ->required();
-    SetCommandAction(*band, context,
-                     [&context, options]
-                     {
-                         if (options->band < 1 || options->band > CEqualizerEngine::BAND_COUNT)
-                             throw CliError(CLI_EXIT_USAGE, "no band " +
-                                                                std::to_string(options->band) +
-                                                                "; bands are 1 to 20");
-                         const double gain = CheckedGain(options->gain);
-                         EqSession session(context);
-                         session.Panel().MoveSlider(options->band, gain);
-                         session.Save();
-                         Show(session);
-                     });
+    SetSettingsCommandAction(
+        *band, context,
+        [&context, options]
+        {
+            if (options->band < 1 || options->band > CEqualizerEngine::BAND_COUNT)
+                throw CliError(CLI_EXIT_USAGE,
+                               "no band " + std::to_string(options->band) + "; bands are 1 to 20");
+            const double gain = CheckedGain(options->gain);
+            EqSession session(context);
+            session.Panel().MoveSlider(options->band, gain);
+            session.Save();
+            Show(session);
+        });
 
     CLI::App* preamp = AddEqSubcommand(*eq, context, "preamp", "Move the preamp's slider");
     preamp->add_option("DB", o.gain, "Gain in dB, -12 to 12")->required();
-    SetCommandAction(*preamp, context,
-                     [&context, options]
-                     {
-                         const double gain = CheckedGain(options->gain);
-                         EqSession session(context);
-                         session.Panel().MoveSlider(0, gain);
-                         session.Save();
-                         Show(session);
-                     });
+    SetSettingsCommandAction(*preamp, context,
+                             [&context, options]
+                             {
+                                 const double gain = CheckedGain(options->gain);
+                                 EqSession session(context);
+                                 session.Panel().MoveSlider(0, gain);
+                                 session.Save();
+                                 Show(session);
+                             });
 
     CLI::App* preset =
         AddEqSubcommand(*eq, context, "preset", "Select a preset by name (any case)");
     preset->add_option("NAME", o.name, "Preset name")->required();
-    SetCommandAction(*preset, context,
-                     [&context, options]
-                     {
-                         EqSession session(context);
-                         session.Panel().ChoosePreset(session.RequirePreset(options->name));
-                         session.Save();
-                         Show(session);
-                     });
+    SetSettingsCommandAction(*preset, context,
+                             [&context, options]
+                             {
+                                 EqSession session(context);
+                                 session.Panel().ChoosePreset(session.RequirePreset(options->name));
+                                 session.Save();
+                                 Show(session);
+                             });
 
     CLI::App* presets =
         AddEqSubcommand(*eq, context, "presets", "List the presets (shared by all zones)");
-    SetCommandAction(*presets, context,
-                     [&context]
-                     {
-                         EqSession session(context);
-                         ListPresets(session);
-                     });
+    SetSettingsCommandAction(*presets, context,
+                             [&context]
+                             {
+                                 EqSession session(context);
+                                 ListPresets(session);
+                             });
 
     CLI::App* savePreset = AddEqSubcommand(*eq, context, "save-preset",
                                            "Save the current setting as a preset and select it");
     savePreset
         ->add_option("NAME", o.name, "Preset name; an existing preset of that name is replaced")
         ->required();
-    SetCommandAction(*savePreset, context,
-                     [&context, options]
-                     {
-                         QVString name = QVString::FromUTF8(options->name);
-                         if (name.Trim().IsEmpty())
-                             throw CliError(CLI_EXIT_USAGE, "a preset needs a name");
-                         EqSession session(context);
-                         session.Panel().SavePresetAs(name, true);
-                         session.Save();
-                         ListPresets(session);
-                     });
+    SetSettingsCommandAction(*savePreset, context,
+                             [&context, options]
+                             {
+                                 QVString name = QVString::FromUTF8(options->name);
+                                 if (name.Trim().IsEmpty())
+                                     throw CliError(CLI_EXIT_USAGE, "a preset needs a name");
+                                 EqSession session(context);
+                                 session.Panel().SavePresetAs(name, true);
+                                 session.Save();
+                                 ListPresets(session);
+                             });
 
     CLI::App* deletePreset = AddEqSubcommand(*eq, context, "delete-preset", "Delete a preset");
     deletePreset->add_option("NAME", o.name, "Preset name (any case)")->required();
-    SetCommandAction(*deletePreset, context,
-                     [&context, options]
-                     {
-                         EqSession session(context);
-                         session.Panel().DeletePreset(session.RequirePreset(options->name), true);
-                         session.Save();
-                         ListPresets(session);
-                     });
+    SetSettingsCommandAction(*deletePreset, context,
+                             [&context, options]
+                             {
+                                 EqSession session(context);
+                                 session.Panel().DeletePreset(session.RequirePreset(options->name),
+                                                              true);
+                                 session.Save();
+                                 ListPresets(session);
+                             });
 
     CLI::App* reset =
         AddEqSubcommand(*eq, context, "reset-presets", "Replace all presets by the default ones");
-    SetCommandAction(*reset, context,
-                     [&context]
-                     {
-                         EqSession session(context);
-                         session.Panel().ResetAllPresets(true);
-                         session.Save();
-                         ListPresets(session);
-                     });
+    SetSettingsCommandAction(*reset, context,
+                             [&context]
+                             {
+                                 EqSession session(context);
+                                 session.Panel().ResetAllPresets(true);
+                                 session.Save();
+                                 ListPresets(session);
+                             });
 }
 
 void SelectEqualizerDemoPreset(IQVDSP& plugin, CliHost&)

@@ -579,12 +579,12 @@ void AddOutputCommand(CLI::App& app, CliContext& context)
         output->add_subcommand("show", "Print the record by section and every control of the "
                                        "panel: its choice, its entries, whether it is enabled");
     AddSharedOptions(*show, context);
-    SetCommandAction(*show, context,
-                     [&context]
-                     {
-                         OutputSession session(context);
-                         Show(session);
-                     });
+    SetSettingsCommandAction(*show, context,
+                             [&context]
+                             {
+                                 OutputSession session(context);
+                                 Show(session);
+                             });
 
     auto words = std::make_shared<std::vector<std::string>>();
     CLI::App* set = output->add_subcommand(
@@ -598,5 +598,5 @@ void AddOutputCommand(CLI::App& app, CliContext& context)
                     "word such as 5.1, stereo, qvss, on, 80)")
         ->required();
     AddSharedOptions(*set, context);
-    SetCommandAction(*set, context, [&context, words] { Set(context, *words); });
+    SetSettingsCommandAction(*set, context, [&context, words] { Set(context, *words); });
 }

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -22,6 +24,8 @@
 #include "cli/commands/PeqResponse.h"
 #include "cli/host/ReplacingFile.h"
 #include "frame/PluginFactory.h"
+#include "host/SettingsFile.h"
+#include "parametric/FilterPanel.h"
 #include "parametric/ParametricEqualizerPlugin.h"
 
 namespace
@@ -121,6 +125,10 @@ bool ParseChannel(const std::string& text, int32_t& id)
 std::string ChannelListValue(const std::string& key, const std::string& value)
 {
     const char separator = key == "Order" ? ',' : ';';
+    // An empty list would silently switch the filter off for every channel.
+    if (value.empty())
+        throw CliError(CLI_EXIT_USAGE,
+                       key + " needs at least one channel, such as " + key + "=L;R");
     std::string result;
     std::string part;
     std::stringstream stream(value);
@@ -138,6 +146,8 @@ std::string ChannelListValue(const std::string& key, const std::string& value)
 
 bool IsNumber(const std::string& text, bool integer)
 {
+    if (!IsDecimalText(text, integer))
+        return false;
     std::string normalised = text;
     for (char& c : normalised)
     {
@@ -147,10 +157,20 @@ bool IsNumber(const std::string& text, bool integer)
     char* end = nullptr;
     errno = 0;
     if (integer)
-        std::strtol(normalised.c_str(), &end, 10);
-    else
-        std::strtod(normalised.c_str(), &end);
-    return !normalised.empty() && *end == 0 && errno == 0;
+    {
+        const long value = std::strtol(normalised.c_str(), &end, 10);
+        return errno == 0 && value >= INT32_MIN && value <= INT32_MAX;
+    }
+    const double value = std::strtod(normalised.c_str(), &end);
+    return errno == 0 && std::isfinite(value);
+}
+
+// Refuses a filter that holds a value its panel could not have set.
+void RequireValuesInRange(CParametricFilter& filter, const std::string& where)
+{
+    const QVString problem = FindValueOutsidePanel(filter);
+    if (!problem.IsEmpty())
+        throw CliError(CLI_EXIT_USAGE, where + problem.ToUTF8() + "; nothing changed");
 }
 
 // Sets KEY=VALUE pairs on a filter through its own property keys: only keys
@@ -224,17 +244,21 @@ public:
     IQVDSP& Plugin() { return *plugin; }
     CParametricFilter& At(int index)
     {
-        CParametricFilter* filter = List().GetAt(index - 1);
-        if (filter == nullptr)
-            throw CliError(CLI_EXIT_USAGE,
-                           "no filter " + std::to_string(index) + "; the list has " +
-                               std::to_string(List().GetCount()) + " (numbered from 1)");
-        return *filter;
+        RequirePosition(index, List().GetCount(), "no filter ");
+        return *List().GetAt(index - 1);
+    }
+    // A position from 1 to last, checked before any arithmetic on it.
+    void RequirePosition(int position, int32_t last, const char* what)
+    {
+        if (position < 1 || position > last)
+            throw CliError(CLI_EXIT_USAGE, what + std::to_string(position) + "; the list has " +
+                                               std::to_string(List().GetCount()) +
+                                               " (numbered from 1)");
     }
     void Save()
     {
         if (!List().Save())
-            throw CliError(CLI_EXIT_FAILED, "the settings store did not take the list");
+            throw CliError(CLI_EXIT_FAILED, SettingsWriteProblem());
     }
 
 private:
@@ -255,12 +279,12 @@ void PrintList(PeqSession& session)
         std::printf("(no filters)\n");
 }
 
+// A list or an EQ text of a few thousand filters is a few megabytes at most.
+constexpr size_t kMaxImportBytes = size_t{64} << 20;
+
 QVString ReadListFile(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        throw CliError(CLI_EXIT_FAILED, "cannot read " + path);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string bytes = ReadUserFile(path, kMaxImportBytes);
     QVString text = QVDecodeText(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     text.Trim();
     return text;
@@ -300,12 +324,12 @@ void AddPeqCommand(CLI::App& app, CliContext& context)
 
     CLI::App* list =
         AddPeqSubcommand(*peq, context, o, "list", "Show the list: index, enabled, description");
-    SetCommandAction(*list, context,
-                     [&context, options]
-                     {
-                         PeqSession session(context, options->instance);
-                         PrintList(session);
-                     });
+    SetSettingsCommandAction(*list, context,
+                             [&context, options]
+                             {
+                                 PeqSession session(context, options->instance);
+                                 PrintList(session);
+                             });
 
     CLI::App* add =
         AddPeqSubcommand(*peq, context, o, "add", "Add a filter, with KEY=VALUE property settings");
@@ -314,99 +338,107 @@ void AddPeqCommand(CLI::App& app, CliContext& context)
                     "KEY=VALUE, e.g. Frequency=80 Gain=-3 Q=1.4 Channels=L;R");
     add->add_option("--at", o.at, "Position, from 1 (default: the end)")
         ->check(CLI::PositiveNumber);
-    SetCommandAction(*add, context,
-                     [&context, options]
-                     {
-                         PeqSession session(context, options->instance);
-                         std::unique_ptr<CParametricFilter> filter(
-                             CreateParametricFilter(ParseType(options->type)));
-                         ApplyAssignments(*filter, options->assignments);
-                         const int32_t row =
-                             options->at > 0 ? options->at - 1 : session.List().GetCount();
-                         session.List().Insert(row, std::move(filter));
-                         session.Save();
-                         PrintList(session);
-                     });
+    SetSettingsCommandAction(*add, context,
+                             [&context, options]
+                             {
+                                 PeqSession session(context, options->instance);
+                                 std::unique_ptr<CParametricFilter> filter(
+                                     CreateParametricFilter(ParseType(options->type)));
+                                 ApplyAssignments(*filter, options->assignments);
+                                 RequireValuesInRange(*filter, "");
+                                 const int32_t count = session.List().GetCount();
+                                 if (options->at > 0)
+                                     session.RequirePosition(options->at, count + 1,
+                                                             "no position ");
+                                 const int32_t row = options->at > 0 ? options->at - 1 : count;
+                                 session.List().Insert(row, std::move(filter));
+                                 session.Save();
+                                 PrintList(session);
+                             });
 
     CLI::App* set = AddPeqSubcommand(*peq, context, o, "set", "Change properties of filter N");
     set->add_option("N", o.index, "Filter number, from 1")->required();
     set->add_option("SETTINGS", o.assignments, "KEY=VALUE ...")->required();
-    SetCommandAction(*set, context,
-                     [&context, options]
-                     {
-                         PeqSession session(context, options->instance);
-                         // Through the text form, as a copy of a filter is made: the edited
-                         // filter replaces the old one only when every value was accepted.
-                         CParametricFilter& old = session.At(options->index);
-                         std::unique_ptr<CParametricFilter> edited(
-                             CreateParametricFilter(old.GetType()));
-                         edited->LoadFromText(old.SaveToText());
-                         ApplyAssignments(*edited, options->assignments);
-                         session.List().Remove(options->index - 1);
-                         session.List().Insert(options->index - 1, std::move(edited));
-                         session.Save();
-                         PrintList(session);
-                     });
+    SetSettingsCommandAction(*set, context,
+                             [&context, options]
+                             {
+                                 PeqSession session(context, options->instance);
+                                 // Through the text form, as a copy of a filter is made: the edited
+                                 // filter replaces the old one only when every value was accepted.
+                                 CParametricFilter& old = session.At(options->index);
+                                 std::unique_ptr<CParametricFilter> edited(
+                                     CreateParametricFilter(old.GetType()));
+                                 edited->LoadFromText(old.SaveToText());
+                                 ApplyAssignments(*edited, options->assignments);
+                                 RequireValuesInRange(*edited, "");
+                                 session.List().Remove(options->index - 1);
+                                 session.List().Insert(options->index - 1, std::move(edited));
+                                 session.Save();
+                                 PrintList(session);
+                             });
 
     CLI::App* remove = AddPeqSubcommand(*peq, context, o, "remove", "Remove filter N");
     remove->add_option("N", o.index, "Filter number, from 1")->required();
-    SetCommandAction(*remove, context,
-                     [&context, options]
-                     {
-                         PeqSession session(context, options->instance);
-                         session.At(options->index);
-                         session.List().Remove(options->index - 1);
-                         session.Save();
-                         PrintList(session);
-                     });
+    SetSettingsCommandAction(*remove, context,
+                             [&context, options]
+                             {
+                                 PeqSession session(context, options->instance);
+                                 session.At(options->index);
+                                 session.List().Remove(options->index - 1);
+                                 session.Save();
+                                 PrintList(session);
+                             });
 
     CLI::App* move = AddPeqSubcommand(*peq, context, o, "move", "Move filter N to position M");
     move->add_option("N", o.index, "Filter number, from 1")->required();
-    move->add_option("M", o.target, "New position, from 1 (clamped to the list)")->required();
-    SetCommandAction(*move, context,
-                     [&context, options]
-                     {
-                         PeqSession session(context, options->instance);
-                         session.At(options->index);
-                         session.List().Move(options->index - 1, options->target - 1);
-                         session.Save();
-                         PrintList(session);
-                     });
+    move->add_option("M", o.target, "New position, from 1 to the length of the list")->required();
+    SetSettingsCommandAction(*move, context,
+                             [&context, options]
+                             {
+                                 PeqSession session(context, options->instance);
+                                 session.At(options->index);
+                                 session.RequirePosition(options->target, session.List().GetCount(),
+                                                         "no position ");
+                                 session.List().Move(options->index - 1, options->target - 1);
+                                 session.Save();
+                                 PrintList(session);
+                             });
 
     for (const bool enable : {true, false})
     {
         CLI::App* toggle = AddPeqSubcommand(*peq, context, o, enable ? "enable" : "disable",
                                             enable ? "Enable filter N" : "Disable filter N");
         toggle->add_option("N", o.index, "Filter number, from 1")->required();
-        SetCommandAction(*toggle, context,
-                         [&context, options, enable]
-                         {
-                             PeqSession session(context, options->instance);
-                             session.At(options->index).SetEnabled(enable);
-                             session.Save();
-                             PrintList(session);
-                         });
+        SetSettingsCommandAction(*toggle, context,
+                                 [&context, options, enable]
+                                 {
+                                     PeqSession session(context, options->instance);
+                                     session.At(options->index).SetEnabled(enable);
+                                     session.Save();
+                                     PrintList(session);
+                                 });
     }
 
     CLI::App* clear = AddPeqSubcommand(*peq, context, o, "clear", "Remove every filter");
-    SetCommandAction(*clear, context,
-                     [&context, options]
-                     {
-                         PeqSession session(context, options->instance);
-                         while (session.List().GetCount() > 0)
-                             session.List().Remove(0);
-                         session.Save();
-                     });
+    SetSettingsCommandAction(*clear, context,
+                             [&context, options]
+                             {
+                                 PeqSession session(context, options->instance);
+                                 while (session.List().GetCount() > 0)
+                                     session.List().Remove(0);
+                                 session.Save();
+                             });
 
     CLI::App* exportList =
         AddPeqSubcommand(*peq, context, o, "export", "Write the list text to FILE");
     exportList->add_option("FILE", o.file, "File to write")->required();
-    SetCommandAction(*exportList, context,
-                     [&context, options]
-                     {
-                         PeqSession session(context, options->instance);
-                         WriteReplacingFile(options->file, session.List().SaveText().ToUTF8());
-                     });
+    SetSettingsCommandAction(*exportList, context,
+                             [&context, options]
+                             {
+                                 PeqSession session(context, options->instance);
+                                 WriteReplacingFile(options->file,
+                                                    session.List().SaveText().ToUTF8());
+                             });
 
     CLI::App* response = AddPeqSubcommand(*peq, context, o, "response",
                                           "Magnitude response of the list, per channel it changes");
@@ -444,28 +476,31 @@ void AddPeqCommand(CLI::App& app, CliContext& context)
         *peq, context, o, "import-apo",
         "Append the filters of a parametric EQ text (Preamp:, Filter N: ON PK ...)");
     importApo->add_option("FILE", o.file, "Text file")->required();
-    SetCommandAction(
+    SetSettingsCommandAction(
         *importApo, context,
         [&context, options]
         {
-            std::ifstream in(options->file, std::ios::binary);
-            if (!in)
-                throw CliError(CLI_EXIT_FAILED, "cannot read " + options->file);
-            const std::string bytes((std::istreambuf_iterator<char>(in)),
-                                    std::istreambuf_iterator<char>());
+            const std::string bytes = ReadUserFile(options->file, kMaxImportBytes);
             const std::string text =
                 QVDecodeText(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()).ToUTF8();
             const ApoImport imported = ParseApoText(text);
             for (const ApoLineProblem& problem : imported.unmapped)
                 std::fprintf(stderr, "qvdsp: %s:%d: not imported: %s\n", options->file.c_str(),
-                             problem.line, problem.text.c_str());
+                             problem.line, EscapeControls(problem.text).c_str());
             if (imported.filters.empty())
                 throw CliError(CLI_EXIT_FAILED,
                                options->file +
                                    " holds no filter that can be imported; nothing changed");
-            PeqSession session(context, options->instance);
+            std::vector<std::unique_ptr<CParametricFilter>> made;
             for (const ImportedFilter& filter : imported.filters)
-                session.List().Insert(session.List().GetCount(), MakeImportedFilter(filter));
+            {
+                made.push_back(MakeImportedFilter(filter));
+                RequireValuesInRange(*made.back(),
+                                     options->file + ":" + std::to_string(filter.line) + ": ");
+            }
+            PeqSession session(context, options->instance);
+            for (std::unique_ptr<CParametricFilter>& filter : made)
+                session.List().Insert(session.List().GetCount(), std::move(filter));
             session.Save();
             PrintList(session);
         });
@@ -473,19 +508,22 @@ void AddPeqCommand(CLI::App& app, CliContext& context)
     CLI::App* importList =
         AddPeqSubcommand(*peq, context, o, "import", "Replace the list by the list text in FILE");
     importList->add_option("FILE", o.file, "File written by 'qvdsp peq export'")->required();
-    SetCommandAction(*importList, context,
-                     [&context, options]
-                     {
-                         const QVString text = ReadListFile(options->file);
-                         ParametricFilterArray filters;
-                         LoadParametricFilterList(text, filters);
-                         // A text that isn't a list leaves the current list alone.
-                         if (filters.empty() && !text.StartsWith(u"(1:1)(1:0)"))
-                             throw CliError(CLI_EXIT_FAILED,
-                                            options->file + " holds no filter list text");
-                         PeqSession session(context, options->instance);
-                         session.List().LoadText(text);
-                         session.Save();
-                         PrintList(session);
-                     });
+    SetSettingsCommandAction(
+        *importList, context,
+        [&context, options]
+        {
+            const QVString text = ReadListFile(options->file);
+            ParametricFilterArray filters;
+            LoadParametricFilterList(text, filters);
+            // A text that isn't a list leaves the current list alone.
+            if (filters.empty() && !text.StartsWith(u"(1:1)(1:0)"))
+                throw CliError(CLI_EXIT_FAILED, options->file + " holds no filter list text");
+            for (size_t i = 0; i < filters.size(); ++i)
+                RequireValuesInRange(*filters[i],
+                                     options->file + ": filter " + std::to_string(i + 1) + ": ");
+            PeqSession session(context, options->instance);
+            session.List().LoadText(text);
+            session.Save();
+            PrintList(session);
+        });
 }

@@ -26,23 +26,47 @@ int32_t ImpulseLength(int32_t sampleRate)
     return length;
 }
 
+// Samples the plug-in may run through for one table: every channel's impulse
+// runs through all channels for twice the impulse's length. About a gigasample
+// keeps the slowest list within seconds; 32 channels reach 192 kHz under it.
+constexpr int64_t kMaxSampleSteps = int64_t{1} << 30;
+
+// Keeps what the first `frames` frames of the output hold on one channel, and
+// whether any other sample differs from silence.
 class CollectingSink final : public IQVDSPSink
 {
 public:
+    CollectingSink(int32_t channelCount, int32_t watched, int32_t frames)
+        : channels(channelCount), channel(watched), data(static_cast<size_t>(frames), 0.0)
+    {
+    }
     void Output(double* samples, int32_t frames) override
     {
-        data.insert(data.end(), samples, samples + static_cast<size_t>(frames) * channels);
+        for (int32_t frame = 0; frame < frames; ++frame, ++received)
+        {
+            if (received >= static_cast<int64_t>(data.size()))
+                continue;
+            const double* row = samples + static_cast<size_t>(frame) * channels;
+            data[static_cast<size_t>(received)] = row[channel];
+            for (int32_t other = 0; other < channels && !othersTouched; ++other)
+                othersTouched = other != channel && row[other] != 0.0;
+        }
     }
-    int32_t channels = 1;
+    int32_t channels;
+    int32_t channel;
     std::vector<double> data;
+    int64_t received = 0;
+    bool othersTouched = false;
 };
 
-// The plug-in's output, `length` frames, for an impulse on channel `input`.
-std::vector<double> RunImpulse(IQVDSP& plugin, int32_t channelCount, int32_t input, int32_t length)
+// The plug-in's output on channel `input`, `length` frames, for an impulse
+// on that channel; changed tells whether the plug-in changed the impulse on
+// any channel.
+std::vector<double> RunImpulse(IQVDSP& plugin, int32_t channelCount, int32_t input, int32_t length,
+                               bool& changed)
 {
     constexpr int32_t blockFrames = 4096;
-    CollectingSink sink;
-    sink.channels = channelCount;
+    CollectingSink sink(channelCount, input, length);
     std::vector<double> block(static_cast<size_t>(blockFrames) * channelCount);
     // Twice the length, so that plug-ins that hold samples back still deliver enough.
     for (int32_t done = 0; done < 2 * length; done += blockFrames)
@@ -52,19 +76,9 @@ std::vector<double> RunImpulse(IQVDSP& plugin, int32_t channelCount, int32_t inp
             block[input] = 1.0;
         plugin.Process(block.data(), blockFrames, &sink);
     }
-    sink.data.resize(static_cast<size_t>(length) * channelCount, 0.0);
+    changed = sink.othersTouched || sink.data[0] != 1.0 ||
+              std::any_of(sink.data.begin() + 1, sink.data.end(), [](double x) { return x != 0; });
     return sink.data;
-}
-
-bool ChangesTheImpulse(const std::vector<double>& output, int32_t input)
-{
-    for (size_t i = 0; i < output.size(); ++i)
-    {
-        const double expected = i == static_cast<size_t>(input) ? 1.0 : 0.0;
-        if (output[i] != expected)
-            return true;
-    }
-    return false;
 }
 
 struct FftwPlan
@@ -133,15 +147,23 @@ MagnitudeResponse MeasureResponse(IQVDSP& plugin, int32_t sampleRate, int32_t ch
                                             std::to_string(sampleRate) + " Hz with " +
                                             std::to_string(channelCount) + " channels");
     const int32_t length = ImpulseLength(sampleRate);
+    const int64_t steps = int64_t{2} * length * channelCount * channelCount;
+    if (steps > kMaxSampleSteps)
+        throw CliError(
+            CLI_EXIT_USAGE,
+            std::to_string(channelCount) + " channels at " + std::to_string(sampleRate) +
+                " Hz would run " + std::to_string(steps) + " samples through the list, more than " +
+                std::to_string(kMaxSampleSteps) + "; use fewer channels or a lower rate");
     FftwPlan fft(length);
     for (int32_t channel = 0; channel < channelCount; ++channel)
     {
         // The run of zeros after each impulse leaves the filters quiet again for the next channel.
-        const std::vector<double> output = RunImpulse(plugin, channelCount, channel, length);
-        if (!ChangesTheImpulse(output, channel))
+        bool changed = false;
+        const std::vector<double> output =
+            RunImpulse(plugin, channelCount, channel, length, changed);
+        if (!changed)
             continue;
-        for (int32_t i = 0; i < length; ++i)
-            fft.in[i] = output[static_cast<size_t>(i) * channelCount + channel];
+        std::copy(output.begin(), output.end(), fft.in);
         fftw_execute(fft.plan);
         ChannelResponse traced;
         traced.channelId = format.channelTable[channel].position;

@@ -60,7 +60,7 @@ std::set<std::string> PluginKeys()
 
 std::string ValueText(CFileSettingsKey& key, const QVString& name)
 {
-    const nlohmann::json value = key.ReadRawValue(name);
+    const nlohmann::json value = key.ReadRawValue(name).value_or(nullptr);
     if (value.is_number_integer())
         return std::to_string(value.get<int64_t>());
     if (value.is_string())

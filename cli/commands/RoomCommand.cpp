@@ -666,7 +666,7 @@ void AddRoomCommand(CLI::App& app, CliContext& context)
     AddStreamOptions(*show, o);
     AddMetricFlag(*show, o);
     show->add_flag("--json", o.json, "The same as JSON");
-    SetCommandAction(*show, context, [&context, options] { Show(context, *options); });
+    SetSettingsCommandAction(*show, context, [&context, options] { Show(context, *options); });
 
     CLI::App* set =
         AddRoomSubcommand(*room, context, "set",
@@ -680,7 +680,7 @@ void AddRoomCommand(CLI::App& app, CliContext& context)
                     "36, 48")
         ->required();
     AddMetricFlag(*set, o);
-    SetCommandAction(*set, context, [&context, options] { Set(context, *options); });
+    SetSettingsCommandAction(*set, context, [&context, options] { Set(context, *options); });
 
     CLI::App* levels = AddRoomSubcommand(
         *room, context, "levels",
@@ -691,7 +691,7 @@ void AddRoomCommand(CLI::App& app, CliContext& context)
                      "(Left and Right are needed)")
         ->required();
     AddMetricFlag(*levels, o);
-    SetCommandAction(*levels, context, [&context, options] { Levels(context, *options); });
+    SetSettingsCommandAction(*levels, context, [&context, options] { Levels(context, *options); });
 
     CLI::App* tone = AddRoomSubcommand(
         *room, context, "tone",
@@ -710,7 +710,7 @@ void AddRoomCommand(CLI::App& app, CliContext& context)
                                         "Put a speaker, or all, back to the stored defaults");
     reset->add_option("SPEAKER", o.speaker, speakerHelp + ", or all")->required();
     AddMetricFlag(*reset, o);
-    SetCommandAction(*reset, context, [&context, options] { Reset(context, *options); });
+    SetSettingsCommandAction(*reset, context, [&context, options] { Reset(context, *options); });
 }
 
 void ConfigureRoomCorrectionDemo(IQVDSP& plugin, CliHost&)

@@ -24,17 +24,6 @@ struct SettingsArguments
     bool system = false;
 };
 
-const char* TypeName(int32_t type)
-{
-    switch (type)
-    {
-    case SETTINGS_TYPE_INT: return "int";
-    case SETTINGS_TYPE_STRING: return "string";
-    case SETTINGS_TYPE_BINARY: return "binary";
-    default: return "unknown";
-    }
-}
-
 std::string Hex(const QVDllBuffer& buffer)
 {
     static constexpr char kDigits[] = "0123456789abcdef";
@@ -102,6 +91,41 @@ int32_t ParseInt(const std::string& text)
     return static_cast<int32_t>(static_cast<uint32_t>(value));  // 0xFFFFFFFF is the word -1
 }
 
+struct StoredValue
+{
+    std::string type;
+    std::string text;
+};
+
+const char* JsonTypeName(const nlohmann::json& value)
+{
+    switch (value.type())
+    {
+    case nlohmann::json::value_t::number_integer:
+    case nlohmann::json::value_t::number_unsigned: return "integer";
+    case nlohmann::json::value_t::number_float: return "float";
+    case nlohmann::json::value_t::boolean: return "boolean";
+    case nlohmann::json::value_t::string: return "string";
+    case nlohmann::json::value_t::array: return "array";
+    case nlohmann::json::value_t::object: return "object";
+    default: return "null";
+    }
+}
+
+bool FitsInt32(const nlohmann::json& value)
+{
+    if (value.is_number_unsigned())
+        return value.get<uint64_t>() <= static_cast<uint64_t>(std::numeric_limits<int32_t>::max());
+    const int64_t wide = value.get<int64_t>();
+    return wide >= std::numeric_limits<int32_t>::min() &&
+           wide <= std::numeric_limits<int32_t>::max();
+}
+
+std::string Dump(const nlohmann::json& value)
+{
+    return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
 class SettingsSession
 {
 public:
@@ -123,33 +147,39 @@ public:
 
     void RequireWritten(bool written) const
     {
-        if (written)
-            return;
-        nlohmann::json document;
-        std::string problem;
-        if (!CSettingsFile(path).Read(document, &problem))
-            throw CliError(CLI_EXIT_FAILED,
-                           problem + "; it is left as it is and nothing was changed");
-        throw CliError(CLI_EXIT_FAILED, "cannot write the settings file " + path);
+        if (!written)
+            throw CliError(CLI_EXIT_FAILED, SettingsWriteProblem());
     }
 
-    std::string ValueText(const QVString& name, int32_t zone)
+    // Every value the file holds, with its type: the store's own three, and
+    // whatever else a hand-edited file may hold, shown as JSON.
+    StoredValue Value(const QVString& name, int32_t zone)
     {
         const QVString stored = zone != 0 ? QVSettingsZoneValueName(name, zone) : name;
+        const std::optional<nlohmann::json> raw = key.ReadRawValue(stored);
+        if (!raw)
+            throw CliError(CLI_EXIT_FAILED, "no value '" + EscapeControls(stored.ToUTF8()) +
+                                                "' in key '" + key.GetKeyPath() + "'");
         switch (key.GetValueType(stored.c_str()))
         {
-        case SETTINGS_TYPE_INT: return std::to_string(key.ReadInt(stored.c_str(), 0, 0));
-        case SETTINGS_TYPE_STRING: return QVReadSettingsString(key, stored, u"", 0).ToUTF8();
+        case SETTINGS_TYPE_INT:
+            if (!raw->is_number_integer() || FitsInt32(*raw))
+                return {"int", std::to_string(key.ReadInt(stored.c_str(), 0, 0))};
+            break;  // an integer too wide for the store's 32 bits
+        case SETTINGS_TYPE_STRING:
+            if (raw->is_string())
+                return {"string", EscapeControls(raw->get<std::string>())};
+            break;
         case SETTINGS_TYPE_BINARY:
         {
             QVDllBuffer buffer;
-            key.ReadBinary(stored.c_str(), &buffer, 0);
-            return Hex(buffer);
+            if (key.ReadBinary(stored.c_str(), &buffer, 0))
+                return {"binary", Hex(buffer)};
+            break;
         }
-        default:
-            throw CliError(CLI_EXIT_FAILED,
-                           "no value '" + stored.ToUTF8() + "' in key '" + key.GetKeyPath() + "'");
+        default: break;
         }
+        return {JsonTypeName(*raw), EscapeControls(Dump(*raw))};
     }
 
     const std::string path;
@@ -161,11 +191,12 @@ void List(const SettingsArguments& arguments)
     SettingsSession session(arguments);
     session.RequireReadable();
     for (const QVString& subkey : QVListSubkeyNames(session.key))
-        std::cout << "key\t" << subkey.ToUTF8() << '\n';
+        std::cout << "key\t" << EscapeControls(subkey.ToUTF8()) << '\n';
     for (const QVString& name : QVListValueNames(session.key))
     {
-        std::cout << TypeName(session.key.GetValueType(name.c_str())) << '\t' << name.ToUTF8()
-                  << '\t' << session.ValueText(name, 0) << '\n';
+        const StoredValue value = session.Value(name, 0);
+        std::cout << value.type << '\t' << EscapeControls(name.ToUTF8()) << '\t' << value.text
+                  << '\n';
     }
 }
 
@@ -173,7 +204,7 @@ void Get(const SettingsArguments& arguments, int32_t zone)
 {
     SettingsSession session(arguments);
     session.RequireReadable();
-    std::cout << session.ValueText(QVString::FromUTF8(arguments.name), zone) << '\n';
+    std::cout << session.Value(QVString::FromUTF8(arguments.name), zone).text << '\n';
 }
 
 void Set(const SettingsArguments& arguments)
@@ -234,7 +265,7 @@ CLI::App* AddSettingsAction(CLI::App& settings, CliContext& context, const std::
 {
     CLI::App* command = settings.add_subcommand(name, description);
     AddSharedOptions(*command, context);
-    SetCommandAction(*command, context, std::move(action));
+    SetSettingsCommandAction(*command, context, std::move(action));
     return command;
 }
 

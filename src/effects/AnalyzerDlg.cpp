@@ -96,6 +96,7 @@ void CAnalyzerDlg::RangeChanged()
     maximumHz = ParseFrequency(maximumText);
     if (!plugin.transient)
     {
+        CSettingsTransaction transaction;
         CZoneSettingsKey key = RangeKey(plugin.zone);
         key.WriteInt(QVString(MINIMUM_VALUE), StoredHz(minimumHz));
         key.WriteInt(QVString(MAXIMUM_VALUE), StoredHz(maximumHz));

@@ -41,7 +41,10 @@ void CEqualizerPresets::Load()
         CZoneSettingsKey key = OpenCurrentKey();
         QVString stored = CEqualizerEngine::ExpandLegacySetting(
             key.ReadString(QVString(SETTINGS_VALUE), QVString(CEqualizerEngine::FLAT_SETTING)));
-        settings = stored.GetLength() == CEqualizerEngine::SETTING_LENGTH
+        // A character outside "0" to "n" (a file edited by hand) would read as
+        // a gain beyond the sliders' range: such a setting is broken, and flat
+        // stands in for it.
+        settings = CEqualizerEngine::IsWellFormedSetting(stored)
                        ? stored
                        : QVString(CEqualizerEngine::FLAT_SETTING);
         preset = key.ReadString(QVString(PRESET_VALUE), QVString());
@@ -85,6 +88,9 @@ bool CEqualizerPresets::Save()
 {
     if (!MayWrite())
         return true;
+    // One update of the store: a save cut short must not leave the presets
+    // deleted and only some of them written back.
+    CSettingsTransaction transaction;
     bool written = true;
     {
         CZoneSettingsKey key = OpenCurrentKey();
@@ -101,14 +107,15 @@ bool CEqualizerPresets::Save()
         key.GetLegacyKey()->DeleteAllValues();
     for (const auto& node : presets)
         written = key.WriteString(node.key, node.value) && written;
-    return written;
+    return transaction.Commit() && written;
 }
 
 void CEqualizerPresets::SelectPreset(const QVString& name)
 {
     if (!name.IsEmpty())
     {
-        if (const QVString* setting = presets.Find(name))
+        const QVString* setting = presets.Find(name);
+        if (setting != nullptr && CEqualizerEngine::IsWellFormedSetting(*setting))
         {
             settings = *setting;
             preset = name;

@@ -129,6 +129,13 @@ void KWeightingRows(double* shelf, double* highPass, double sampleRate)
 }
 }  // namespace
 
+bool CIIRFilter::InDesignRange(double frequency, double gain, double q)
+{
+    // Written as ranges that hold, so that NaN falls outside them all.
+    return InRange(frequency, 0.0, 10000000.0) && InRange(gain, -1000.0, 1000.0) &&
+           InRange(q, 0.01, 10000.0);
+}
+
 bool CIIRFilter::SameParameters(int newKind, double newSampleRate, double newFrequency,
                                 double newGain, double newQ, const QVString& newCustomFile) const
 {
@@ -145,8 +152,7 @@ bool CIIRFilter::Design(int newKind, double newSampleRate, double newFrequency, 
         SameParameters(newKind, newSampleRate, newFrequency, newGain, newQ, newCustomFile))
         return true;
     designed = false;
-    if (!InRange(newSampleRate, 1000.0, 10000000.0) || !InRange(newFrequency, 0.0, 10000000.0) ||
-        !InRange(newGain, -1000.0, 1000.0) || !InRange(newQ, 0.01, 10000.0))
+    if (!InRange(newSampleRate, 1000.0, 10000000.0) || !InDesignRange(newFrequency, newGain, newQ))
         return false;
 
     kind = newKind;

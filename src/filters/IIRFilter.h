@@ -53,6 +53,8 @@ public:
     // filter from silence. `flag` has no effect.
     bool Design(int kind, double sampleRate, double frequency, double gain, double q, bool flag,
                 const QVString& customFile);
+    // Whether Design takes these parameters; NaN is outside every range.
+    static bool InDesignRange(double frequency, double gain, double q);
 
     // One sample in, one out; only after Design returned true.
     inline double Process(double input) noexcept;

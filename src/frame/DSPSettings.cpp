@@ -39,5 +39,7 @@ bool CDSPSettings::Save()
 {
     if (!MayWrite())
         return true;
-    return OpenKey(plugin).WriteSettingsBlob(&values);
+    CSettingsTransaction transaction;
+    const bool written = OpenKey(plugin).WriteSettingsBlob(&values);
+    return transaction.Commit() && written;
 }

@@ -67,6 +67,8 @@ extern "C" QVDSP_EXPORT int32_t DllRegisterServer()
     IQVTools* tools = GetQVTools();
     if (tools == nullptr)
         return 0;
+    // All keys at once: an installer stopped half way leaves the old registration whole.
+    CSettingsTransaction transaction;
     if (std::unique_ptr<IQVSettingsKey> dsp = OpenSystemKey(*tools, QVString(DSP_REGISTRATION_KEY)))
         dsp->DeleteSubkey(DSP_REGISTRATION_RETIRED);
 

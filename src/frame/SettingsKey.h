@@ -10,6 +10,7 @@
 
 #include "core/QVDllString.h"
 #include "core/QVString.h"
+#include "frame/SettingsTransaction.h"
 
 // Text handed out across the store's interface. The store allocates it; the
 // receiver converts it and frees it (QVTakeSystemString does both).

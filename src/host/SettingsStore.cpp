@@ -154,18 +154,33 @@ CFileSettingsKey::CFileSettingsKey(std::string filePath, std::string keyPath, bo
 
 json CFileSettingsKey::ReadValue(const char16_t* name, int32_t zone)
 {
-    json document;
-    file.Read(document);
-    const json* key = FindMember(document, Branch());
-    key = key != nullptr ? FindMember(*key, keyPath) : nullptr;
-    const json* value =
-        key != nullptr ? FindMember(*key, QVSettingsZoneValueName(name, zone).ToUTF8()) : nullptr;
-    return value != nullptr ? *value : json();
+    const std::string valueName = QVSettingsZoneValueName(name, zone).ToUTF8();
+    json result;
+    file.Inspect(
+        [&](const json& document)
+        {
+            const json* key = FindMember(document, Branch());
+            key = key != nullptr ? FindMember(*key, keyPath) : nullptr;
+            const json* value = key != nullptr ? FindMember(*key, valueName) : nullptr;
+            if (value != nullptr)
+                result = *value;
+        });
+    return result;
 }
 
-json CFileSettingsKey::ReadRawValue(const QVString& name)
+std::optional<json> CFileSettingsKey::ReadRawValue(const QVString& name)
 {
-    return ReadValue(name.c_str(), 0);
+    const std::string valueName = name.ToUTF8();
+    std::optional<json> result;
+    file.Inspect(
+        [&](const json& document)
+        {
+            const json* key = FindMember(document, Branch());
+            key = key != nullptr ? FindMember(*key, keyPath) : nullptr;
+            if (const json* value = key != nullptr ? FindMember(*key, valueName) : nullptr)
+                result = *value;
+        });
+    return result;
 }
 
 bool CFileSettingsKey::ReadBinary(const char16_t* name, IQVDllBuffer* buffer, int32_t zone, int32_t)
@@ -292,15 +307,16 @@ bool CFileSettingsKey::EnumValueName(int32_t index, QVSystemString* name)
     if (index == 0)
     {
         listedValues.clear();
-        json document;
-        file.Read(document);
-        const json* key = FindMember(document, Branch());
-        key = key != nullptr ? FindMember(*key, keyPath) : nullptr;
-        if (key != nullptr)
-        {
-            for (const auto& value : key->items())  // a JSON object keeps its members sorted
-                listedValues.push_back(QVString::FromUTF8(value.key()));
-        }
+        file.Inspect(
+            [&](const json& document)
+            {
+                const json* key = FindMember(document, Branch());
+                key = key != nullptr ? FindMember(*key, keyPath) : nullptr;
+                if (key == nullptr)
+                    return;
+                for (const auto& value : key->items())  // a JSON object keeps its members sorted
+                    listedValues.push_back(QVString::FromUTF8(value.key()));
+            });
     }
     if (index < 0 || static_cast<size_t>(index) >= listedValues.size())
         return false;
@@ -310,23 +326,25 @@ bool CFileSettingsKey::EnumValueName(int32_t index, QVSystemString* name)
 
 std::vector<std::string> CFileSettingsKey::SubkeyNames() const
 {
-    json document;
-    file.Read(document);
-    const json* branch = FindMember(document, Branch());
     std::set<std::string> names;
-    if (branch == nullptr)
-        return {};
     const std::string prefix = keyPath.empty() ? std::string() : keyPath + "\\";
-    for (const auto& key : branch->items())
-    {
-        const std::string& path = key.key();
-        if (path.size() <= prefix.size() || !path.starts_with(prefix))
-            continue;
-        const std::string rest =
-            NormalizeSettingsPath(std::string_view(path).substr(prefix.size()), false);
-        if (!rest.empty())
-            names.insert(rest.substr(0, rest.find('\\')));
-    }
+    file.Inspect(
+        [&](const json& document)
+        {
+            const json* branch = FindMember(document, Branch());
+            if (branch == nullptr)
+                return;
+            for (const auto& key : branch->items())
+            {
+                const std::string& path = key.key();
+                if (path.size() <= prefix.size() || !path.starts_with(prefix))
+                    continue;
+                const std::string rest =
+                    NormalizeSettingsPath(std::string_view(path).substr(prefix.size()), false);
+                if (!rest.empty())
+                    names.insert(rest.substr(0, rest.find('\\')));
+            }
+        });
     return {names.begin(), names.end()};
 }
 

@@ -13,6 +13,7 @@
 // Sub-keys are implied by paths; a key whose last value goes is dropped.
 // Names are kept and matched exactly as given.
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -59,8 +60,9 @@ public:
     const std::string& GetKeyPath() const { return keyPath; }
     const std::string& GetFilePath() const { return file.GetPath(); }
 
-    // The stored value as JSON, or null when there is none; for listings.
-    nlohmann::json ReadRawValue(const QVString& name);
+    // The stored value as JSON, whatever its type, or nothing when there is
+    // none; for listings, which show values the store would not write itself.
+    std::optional<nlohmann::json> ReadRawValue(const QVString& name);
 
 private:
     const char* Branch() const { return systemScope ? "system" : "user"; }

@@ -264,6 +264,7 @@ void QM_PLAYER_CORE_SETTINGS_PLAYBACK::MigrateDitherSetting()
     std::unique_ptr<IQVSettingsKey> key(tools->GetPluginKeyObject(QVString(u"Properties"), false));
     if (!key || key->ReadInt(u"Disable Dither", 0, 0) != 1)
         return;
+    CSettingsTransaction transaction;
     key->WriteInt(u"Dither Mode", 0);
     key->DeleteValue(u"Disable Dither");
 }
@@ -334,6 +335,7 @@ void QM_PLAYER_CORE_SETTINGS_PLAYBACK::Load(int32_t zoneOverride)
 
 bool QM_PLAYER_CORE_SETTINGS_PLAYBACK::Save(uint32_t sections)
 {
+    CSettingsTransaction transaction;
     CZoneSettingsKey key = OpenRecordKey(zone);
     bool written = true;
     auto writeInt = [&](const char16_t* name, int32_t value)
@@ -402,5 +404,5 @@ bool QM_PLAYER_CORE_SETTINGS_PLAYBACK::Save(uint32_t sections)
         writeInt(u"Zone Sync Manual Latency Adjustment MS", zoneSyncManualLatencyAdjustmentMS);
     }
     writeString(u"Last Change Time", CurrentTimeText());
-    return written;
+    return transaction.Commit() && written;
 }

@@ -128,7 +128,7 @@ int32_t CParametricIIRFilter::GetDesignKind() const
 
 QVString CParametricIIRFilter::GetDescription() const
 {
-    const long long hz = static_cast<long long>(frequency);
+    const std::string hz = FrequencyText(frequency).ToUTF8();
     const QVString at = TranslateText(u"at");
     QVString text;
     switch (type)
@@ -136,20 +136,25 @@ QVString CParametricIIRFilter::GetDescription() const
     case PARAMETRIC_LOWPASS:
     case PARAMETRIC_HIGHPASS:
         text = TranslateText(type == PARAMETRIC_LOWPASS ? u"Low-pass" : u"High-pass");
-        text += FormatText(" %s %lld Hz", at.ToUTF8().c_str(), hz);
+        text += FormatText(" %s %s", at.ToUTF8().c_str(), hz.c_str());
         break;
     case PARAMETRIC_PEAK:
         text = GainText(gain);
-        text += FormatText(" %s %lld Hz", at.ToUTF8().c_str(), hz);
+        text += FormatText(" %s %s", at.ToUTF8().c_str(), hz.c_str());
         break;
     case PARAMETRIC_LOWSHELF:
     case PARAMETRIC_HIGHSHELF:
         text = TranslateText(type == PARAMETRIC_LOWSHELF ? u"Low-shelf" : u"High-shelf");
-        text +=
-            FormatText(" %s %s %lld Hz", GainText(gain).ToUTF8().c_str(), at.ToUTF8().c_str(), hz);
+        text += FormatText(" %s %s %s", GainText(gain).ToUTF8().c_str(), at.ToUTF8().c_str(),
+                           hz.c_str());
         break;
     default: return CParametricFilter::GetDescription();
     }
+    // Parameters the design refuses leave the audio untouched; say so.
+    const double designedGain =
+        (type == PARAMETRIC_LOWPASS || type == PARAMETRIC_HIGHPASS) ? 0.0 : gain;
+    if (!CIIRFilter::InDesignRange(frequency, designedGain, q))
+        text += QVString(u" (") + TranslateText(u"out of range: no effect") + u")";
     if (!allChannels)
         text += ChannelsSuffix(channels);
     return text;

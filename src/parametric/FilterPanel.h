@@ -96,3 +96,11 @@ private:
     int32_t playerChannels;
     CParametricFilter* owner = nullptr;
 };
+
+// What a filter's panel accepts for each of its stored numbers: the ranges of
+// its number edits and the entries of its choice lists. Filters keep any
+// value they are given (a stored list is loaded as it is); this is the check
+// for values that come from users and their files. Answers the first value
+// out of place, as "<key> <value> is outside <min> to <max> <unit>", or an
+// empty text when every value is one the panel could have set.
+QVString FindValueOutsidePanel(CParametricFilter& filter);

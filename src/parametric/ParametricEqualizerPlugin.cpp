@@ -42,9 +42,12 @@ void CParametricFilterList::Load()
 bool CParametricFilterList::Save()
 {
     std::lock_guard<std::recursive_mutex> guard(lock);
+    CSettingsTransaction transaction;
     const QVString name = GetPluginName();
     CZoneSettingsKey key(zone, name, QVString(u"Plugins\\DSP\\") + name, QVString());
-    return key.WriteString(QVString(FILTERS_VALUE), SaveParametricFilterList(filters));
+    const bool written =
+        key.WriteString(QVString(FILTERS_VALUE), SaveParametricFilterList(filters));
+    return transaction.Commit() && written;
 }
 
 QVString CParametricFilterList::SaveText()

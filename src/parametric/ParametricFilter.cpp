@@ -1,5 +1,6 @@
 #include "parametric/ParametricFilter.h"
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -353,13 +354,34 @@ QVString FormatText(const char* format, ...)
     return QVString::FromUTF8(buffer);
 }
 
+namespace
+{
+// Fixed notation of larger numbers would run to hundreds of digits; they are
+// shown by their first significant digits instead.
+constexpr double LARGEST_FIXED_TEXT = 1e15;
+
+bool FitsFixedText(double value)
+{
+    return std::isfinite(value) && std::fabs(value) < LARGEST_FIXED_TEXT;
+}
+}  // namespace
+
 QVString GainText(double gainDb)
 {
+    if (!FitsFixedText(gainDb))
+        return FormatText("%+.3g dB", gainDb);
     return FormatText("%+.1f dB", gainDb);
+}
+
+QVString FrequencyText(double hz)
+{
+    return NumberText(hz, 2) + u" Hz";
 }
 
 QVString NumberText(double value, int32_t decimals)
 {
+    if (!FitsFixedText(value))
+        return FormatText("%.3g", value);
     char buffer[64];
     std::snprintf(buffer, sizeof buffer, "%.*f", static_cast<int>(decimals), value);
     char* point = std::strchr(buffer, '.');

@@ -172,5 +172,8 @@ QVString TranslateText(const char16_t* text);
 QVString FormatText(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // "+3.0 dB": one decimal and a sign.
 QVString GainText(double gainDb);
-// A number with at most `decimals` decimals and no trailing zeros.
+// A number with at most `decimals` decimals and no trailing zeros; huge or
+// non-finite numbers with three significant digits ("1e+308", "nan").
 QVString NumberText(double value, int32_t decimals);
+// "1000 Hz", "1000.9 Hz": a frequency as the filter uses it, to the hundredth.
+QVString FrequencyText(double hz);

@@ -100,6 +100,7 @@ void CChannelDSP::LoadSettings()
 
 bool CChannelDSP::SaveSettings() const
 {
+    CSettingsTransaction transaction;
     CZoneSettingsKey key = OpenSpeakerKey(zone);
     bool written = key.WriteDouble(SettingName(channel, KEY_LEVEL), levelDB);
     written &= key.WriteDouble(SettingName(channel, KEY_DISTANCE), distanceFeet);
@@ -108,7 +109,7 @@ bool CChannelDSP::SaveSettings() const
     written &= key.WriteInt(SettingName(channel, KEY_HIGHPASS_SLOPE), highPassSlope);
     written &= key.WriteInt(SettingName(channel, KEY_LOWPASS_SLOPE), lowPassSlope);
     written &= key.WriteInt(SettingName(channel, KEY_ROUTING), removedBassRouting);
-    return written;
+    return transaction.Commit() && written;
 }
 
 void CChannelDSP::ResetSettings()

@@ -1,11 +1,21 @@
 // qvdsp eq, run as a user runs it, against a settings file of its own.
+#include "ParallelRuns.h"
 #include "TestFiles.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
+#include <map>
+#include <random>
 #include <sstream>
+#include <thread>
+
+#include <sys/inotify.h>
+#include <unistd.h>
 
 using clitest::RunResult;
 using clitest::ScratchFolder;
@@ -250,6 +260,118 @@ TEST_F(EqCommandTest, AFileThatCannotBeReadIsLeftAsItIsAndEveryChangeFails)
             << command[0] << ": " << result.err;
     }
     EXPECT_EQ(clitest::ReadBytes(settings), broken);
+}
+
+constexpr int kBands = 20;
+
+std::vector<std::string> BandCommand(int band, const std::filesystem::path& settings)
+{
+    // A gain on the sliders' grid that differs from band to band.
+    const double gain = (band % 2 == 0 ? 1 : -1) * 0.5 * band;
+    return {"eq",         "band",           std::to_string(band), std::to_string(gain),
+            "--settings", settings.string()};
+}
+
+TEST_F(EqCommandTest, ParallelBandsAndPresetEditsKeepEveryChange)
+{
+    // The reference: the same twenty bands moved one after another.
+    const std::filesystem::path sequential = scratch / "sequential.json";
+    for (int band = 1; band <= kBands; ++band)
+        ASSERT_EQ(clitest::WaitQvdsp(clitest::StartQvdsp(BandCommand(band, sequential))), 0);
+    std::vector<std::vector<std::string>> commands;
+    for (int band = 1; band <= kBands; ++band)
+        commands.push_back(BandCommand(band, settings));
+    for (int result : clitest::RunQvdspInParallel(commands))
+        EXPECT_EQ(result, 0);
+    const std::string expected =
+        Field(clitest::RunQvdsp({"eq", "show", "--settings", sequential.string()}, scratch).out,
+              "Setting");
+    EXPECT_EQ(Setting(), expected);
+    EXPECT_NE(expected, FLAT);
+
+    // New presets beside the deletion of an old one: all of them stay new,
+    // and the deleted one stays deleted.
+    commands.clear();
+    for (int i = 1; i <= 8; ++i)
+        commands.push_back(
+            {"eq", "save-preset", "Mine " + std::to_string(i), "--settings", settings.string()});
+    commands.push_back({"eq", "delete-preset", "Rock", "--settings", settings.string()});
+    for (int result : clitest::RunQvdspInParallel(commands))
+        EXPECT_EQ(result, 0);
+    const std::string presets = Ok({"presets"});
+    for (int i = 1; i <= 8; ++i)
+        EXPECT_NE(presets.find("Mine " + std::to_string(i) + " "), std::string::npos) << presets;
+    EXPECT_EQ(presets.find("Rock"), std::string::npos) << presets;
+    EXPECT_NE(presets.find("Hip-Hop"), std::string::npos) << presets;
+}
+
+TEST_F(EqCommandTest, WritersKilledAtAnyMomentNeverLoseAPreset)
+{
+    const std::string defaults = Ok({"presets"});
+    // How long one command takes here, so that the kills spread over its life.
+    const auto started = std::chrono::steady_clock::now();
+    ASSERT_EQ(clitest::WaitQvdsp(clitest::StartQvdsp(BandCommand(1, settings))), 0);
+    const auto lifetime = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - started);
+    std::mt19937 random(1125);
+    std::uniform_int_distribution<int64_t> moment(0, lifetime.count());
+    for (int round = 0; round < 30; ++round)
+    {
+        const pid_t writer = clitest::StartQvdsp(BandCommand(1 + round % kBands, settings));
+        std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
+        ::kill(writer, round % 2 == 0 ? SIGKILL : SIGTERM);
+        clitest::WaitQvdsp(writer);
+        ASSERT_EQ(Ok({"presets"}), defaults) << "round " << round;
+    }
+    for (const std::string& entry : scratch.Entries())
+        EXPECT_EQ(entry, "settings.json");
+}
+
+TEST_F(EqCommandTest, AStoredSettingOutsideTheScaleIsBrokenAndReadsFlat)
+{
+    for (const std::string& stored :
+         {std::string("O") + std::string(20, '!'), std::string(21, 'O').replace(3, 1, "\x20"),
+          std::string("\xef\xbf\xbf") + std::string(20, 'O')})
+    {
+        ASSERT_EQ(clitest::RunQvdsp({"settings", "set", "Zones/0/Equalizer", "Settings", stored,
+                                     "--settings", settings.string()},
+                                    scratch)
+                      .exitCode,
+                  0);
+        const std::string show = Ok({"show"});
+        EXPECT_EQ(Field(show, "Setting"), FLAT) << stored;
+        EXPECT_EQ(Field(show, "Preamp"), "+0.00 dB") << stored;
+    }
+}
+
+// Opens and replacements of the settings file while one command runs.
+std::map<std::string, int> FileEvents(const std::filesystem::path& folder,
+                                      const std::function<void()>& run)
+{
+    const int watch = ::inotify_init1(IN_NONBLOCK);
+    ::inotify_add_watch(watch, folder.c_str(), IN_OPEN | IN_MOVED_TO);
+    run();
+    std::map<std::string, int> events;
+    alignas(inotify_event) char buffer[65536];
+    for (ssize_t got; (got = ::read(watch, buffer, sizeof buffer)) > 0;)
+    {
+        for (ssize_t at = 0; at < got;)
+        {
+            const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+            if (event->len > 0 && std::string(event->name) == "settings.json")
+                ++events[(event->mask & IN_OPEN) != 0 ? "opened" : "replaced"];
+            at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+        }
+    }
+    ::close(watch);
+    return events;
+}
+
+TEST_F(EqCommandTest, ABandIsOneReadAndOneWriteOfTheSettingsFile)
+{
+    Ok({"save-preset", "Mine"});
+    const auto events = FileEvents(scratch.Path(), [&] { Ok({"band", "4", "-3"}); });
+    EXPECT_EQ(events, (std::map<std::string, int>{{"opened", 1}, {"replaced", 1}}));
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // qvdsp peq, run as a user runs it, against a settings file of its own.
+#include "ParallelRuns.h"
 #include "TestFiles.h"
 
 #include <gtest/gtest.h>
@@ -223,6 +224,133 @@ TEST_F(PeqCommandTest, ResponseMeasuresThePluginPerChannelAndDrawsIt)
          at = drawing.find("class=\"trace\"", at + 1))
         ++traces;
     EXPECT_EQ(traces, 2u);
+}
+
+TEST_F(PeqCommandTest, ParallelAddsKeepEveryFilter)
+{
+    constexpr int kWriters = 20;
+    std::vector<std::vector<std::string>> commands;
+    for (int i = 0; i < kWriters; ++i)
+        commands.push_back({"peq", "add", "peak", "Frequency=" + std::to_string(100 + i),
+                            "--settings", settings.string()});
+    for (int result : clitest::RunQvdspInParallel(commands))
+        EXPECT_EQ(result, 0);
+    const std::string list = List();
+    EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), kWriters) << list;
+    for (int i = 0; i < kWriters; ++i)
+        EXPECT_NE(list.find("at " + std::to_string(100 + i) + " Hz"), std::string::npos) << i;
+}
+
+TEST_F(PeqCommandTest, HostileValuesAreRefusedWithTheirRangeAndTheFileStaysAsItWas)
+{
+    ASSERT_EQ(Peq({"add", "peak", "Frequency=1000"}).exitCode, 0);
+    const std::string before = clitest::ReadBytes(settings);
+    std::ofstream(scratch / "loud.txt") << "Preamp: 400 dB\n";
+    std::ofstream(scratch / "huge.txt") << "Filter 1: ON PK Fc 100 Hz Gain 1000000 dB Q 1\n";
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        std::string mentions;
+    };
+    const Case cases[] = {
+        {{"add", "highpass", "Frequency=nan"}, "value of Frequency must be a number"},
+        {{"add", "linkwitz-riley", "Frequency=inf"}, "value of Frequency must be a number"},
+        {{"add", "peak", "Frequency=1e400"}, "value of Frequency must be a number"},
+        {{"add", "peak", "Frequency=0x3E8"}, "value of Frequency must be a number, not '0x3E8'"},
+        {{"add", "peak", "Frequency=1e308"}, "Frequency 1e+308 is outside 0.01 to 10000000 Hz"},
+        {{"add", "peak", "Frequency=-5"}, "Frequency -5 is outside 0.01 to 10000000 Hz"},
+        {{"add", "peak", "Q=-1"}, "Q -1 is outside 0.01 to 10000"},
+        {{"add", "volume", "Gain=1e300"}, "Gain 1e+300 is outside -120 to 120 dB"},
+        {{"add", "linkwitz-transform", "Fz=0", "Qz=0", "Fp=0", "Qp=0"}, "Fz 0 is outside"},
+        {{"add", "bitdepth", "Bits=-1"}, "Bits -1 is none of"},
+        {{"add", "delay", "Delay=100000000"}, "Delay 100000000 is outside 0 to 30000 ms"},
+        {{"add", "lowpass", "Slope=7"}, "Slope 7 is none of 6, 12, 24, 36, 48"},
+        {{"add", "peak", "Channels="}, "Channels needs at least one channel"},
+        {{"set", "1", "Gain=nan"}, "value of Gain must be a number"},
+        {{"set", "1", "Gain=-121"}, "Gain -121 is outside -120 to 120 dB"},
+        {{"import-apo", (scratch / "loud.txt").string()}, "loud.txt:1: Gain 400 is outside"},
+        {{"import-apo", (scratch / "huge.txt").string()}, "huge.txt:1: Gain 1000000 is outside"},
+    };
+    for (const Case& c : cases)
+    {
+        RunResult result = Peq(c.arguments);
+        EXPECT_EQ(result.exitCode, 2) << c.arguments[1] << ": " << result.err;
+        EXPECT_NE(result.err.find(c.mentions), std::string::npos)
+            << c.arguments[1] << ": " << result.err;
+        EXPECT_EQ(clitest::ReadBytes(settings), before) << c.arguments[1];
+    }
+    // A list text holding such a value is refused whole: the exported list
+    // with its frequency turned negative (the same length keeps the text's
+    // length fields right).
+    ASSERT_EQ(Peq({"export", (scratch / "list.txt").string()}).exitCode, 0);
+    std::string text = clitest::ReadBytes(scratch / "list.txt");
+    const size_t frequency = text.find(">1000<");
+    ASSERT_NE(frequency, std::string::npos) << text;
+    text.replace(frequency + 1, 4, "-500");
+    std::ofstream(scratch / "list.txt", std::ios::trunc) << text;
+    RunResult result = Peq({"import", (scratch / "list.txt").string()});
+    EXPECT_EQ(result.exitCode, 2) << result.err;
+    EXPECT_EQ(clitest::ReadBytes(settings), before);
+}
+
+TEST_F(PeqCommandTest, PositionsOutsideTheListAreRefusedWithoutOverflow)
+{
+    for (const char* frequency : {"Frequency=100", "Frequency=200", "Frequency=300"})
+        ASSERT_EQ(Peq({"add", "peak", frequency}).exitCode, 0);
+    const std::string before = clitest::ReadBytes(settings);
+    const std::vector<std::string> refused[] = {
+        {"set", "--", "-2147483648", "Gain=1"},
+        {"remove", "--", "-2147483648"},
+        {"disable", "2147483647"},
+        {"enable", "4"},
+        {"move", "3", "-5"},
+        {"move", "3", "4"},
+        {"move", "--", "-2147483648", "1"},
+        {"add", "peak", "--at", "5"},
+    };
+    for (const std::vector<std::string>& arguments : refused)
+    {
+        RunResult result = Peq(arguments);
+        EXPECT_EQ(result.exitCode, 2) << arguments[0] << " " << arguments[2] << ": " << result.err;
+        EXPECT_EQ(clitest::ReadBytes(settings), before) << arguments[0];
+    }
+    ASSERT_EQ(Peq({"move", "3", "1"}).exitCode, 0);
+    ASSERT_EQ(Peq({"add", "peak", "Frequency=400", "--at", "5"}).exitCode, 2);
+    ASSERT_EQ(Peq({"add", "peak", "Frequency=1000.9", "Gain=2", "--at", "4"}).exitCode, 0);
+    EXPECT_EQ(List(), "  1  [x]  +0.0 dB at 300 Hz (Left,Right)\n"
+                      "  2  [x]  +0.0 dB at 100 Hz (Left,Right)\n"
+                      "  3  [x]  +0.0 dB at 200 Hz (Left,Right)\n"
+                      "  4  [x]  +2.0 dB at 1000.9 Hz (Left,Right)\n");
+}
+
+TEST_F(PeqCommandTest, UnreadableImportsNameTheFileAndTheReason)
+{
+    const std::filesystem::path folder = scratch / "folder";
+    std::filesystem::create_directory(folder);
+    RunResult result = Peq({"import", folder.string()});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "qvdsp: cannot read " + folder.string() + ": Is a directory\n");
+    result = Peq({"import-apo", "/nonexistent/eq.txt"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, "qvdsp: cannot read /nonexistent/eq.txt: No such file or directory\n");
+
+    // Bytes of the user's file reach the terminal with control characters escaped.
+    std::ofstream(scratch / "odd.txt") << "Preamp: -1 dB\nFilter 1: \x1b[2J\x07 ON\n";
+    result = Peq({"import-apo", (scratch / "odd.txt").string()});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.err.find("not imported: Filter 1: \\x1b[2J\\x07 ON"), std::string::npos)
+        << result.err;
+    EXPECT_EQ(result.err.find('\x1b'), std::string::npos);
+}
+
+TEST_F(PeqCommandTest, ResponseRefusesWorkBeyondItsBound)
+{
+    ASSERT_EQ(Peq({"add", "peak", "Frequency=1000", "Gain=3"}).exitCode, 0);
+    RunResult result = Peq({"response", "--channels", "32", "--rate", "768000"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_NE(result.err.find("use fewer channels or a lower rate"), std::string::npos)
+        << result.err;
+    EXPECT_EQ(result.out, "");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // qvdsp settings, run as a user runs it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "TestFiles.h"
@@ -90,4 +91,55 @@ TEST_F(SettingsCommandTest, BadUsageAndBrokenFiles)
     EXPECT_EQ(Settings({"list", "K"}).exitCode, 1);
     EXPECT_EQ(Settings({"delete", "K"}).exitCode, 1);
     EXPECT_EQ(clitest::ReadBytes(file), broken);
+}
+
+TEST_F(SettingsCommandTest, EveryValueOfTheFileIsShownWithItsJsonType)
+{
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file) << R"({"user": {"K": {"a int": 7, "b float": 1.5, "c true": true,
+        "d null": null, "e list": [1, "x"], "f object": {"y": 2}, "g wide": 5000000000,
+        "h text": "bell\u0007", "i bytes": {"binary": "0aff"}}}})";
+    EXPECT_EQ(Settings({"list", "K"}).out, "int\ta int\t7\n"
+                                           "float\tb float\t1.5\n"
+                                           "boolean\tc true\ttrue\n"
+                                           "null\td null\tnull\n"
+                                           "array\te list\t[1,\"x\"]\n"
+                                           "object\tf object\t{\"y\":2}\n"
+                                           "integer\tg wide\t5000000000\n"
+                                           "string\th text\tbell\\x07\n"
+                                           "binary\ti bytes\t0aff\n");
+    EXPECT_EQ(Settings({"get", "K", "b float"}).out, "1.5\n");
+    EXPECT_EQ(Settings({"get", "K", "c true"}).out, "true\n");
+    EXPECT_EQ(Settings({"get", "K", "d null"}).out, "null\n");
+    EXPECT_EQ(Settings({"get", "K", "none"}).exitCode, 1);
+}
+
+TEST_F(SettingsCommandTest, FailedWritesNameTheFileAndTheReason)
+{
+    // A folder that cannot be made: its parent is a file.
+    std::ofstream(scratch / "plain") << "x";
+    const std::filesystem::path inside = scratch / "plain" / "settings.json";
+    Outcome result = clitest::RunQvdsp(
+        {"settings", "set", "K", "N", "1", "--settings", inside.string()}, scratch);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err,
+              "qvdsp: cannot create the folder of " + inside.string() + ": Not a directory\n");
+
+    // A file nested deeper than the store can write is broken: reads name it,
+    // writes leave it as it is and leave nothing beside it.
+    std::filesystem::create_directories(file.parent_path());
+    const std::string deep =
+        "{\"user\": {\"K\": {\"N\": " + std::string(100000, '[') + std::string(100000, ']') + "}}}";
+    std::ofstream(file) << deep;
+    result = Settings({"set", "K", "M", "1"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.err.find(file.string() + " nests values deeper than"), std::string::npos)
+        << result.err;
+    EXPECT_EQ(Settings({"list", "K"}).exitCode, 1);
+    EXPECT_EQ(clitest::ReadBytes(file), deep);
+    std::vector<std::string> left;
+    for (const auto& entry : std::filesystem::directory_iterator(file.parent_path()))
+        left.push_back(entry.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, std::vector<std::string>{"settings.json"});
 }

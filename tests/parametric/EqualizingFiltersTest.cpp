@@ -307,3 +307,33 @@ TEST(EqualizingFilters, StereoPathMatchesTheFilterSampleBySample)
         ASSERT_EQ(block[2 * f + 1], right.Process(input[2 * f + 1])) << f;
     }
 }
+
+TEST(EqualizingFilters, DescriptionsShowWhatTheFilterReallyDoes)
+{
+    auto peak = Make<CParametricIIRFilter>(3);
+    peak->channels.clear();  // every channel: no list behind the text
+    peak->gain = 3;
+    peak->frequency = 1000.9;  // not truncated to 1000
+    EXPECT_EQ(peak->GetDescription().ToUTF8(), "+3.0 dB at 1000.9 Hz");
+    peak->frequency = 31.25;
+    EXPECT_EQ(peak->GetDescription().ToUTF8(), "+3.0 dB at 31.25 Hz");
+
+    // Values the design refuses: short texts, and the filter passes the audio on.
+    const CAudioFormat format = MakeFormat(2);
+    peak->frequency = 1e308;
+    EXPECT_EQ(peak->GetDescription().ToUTF8(), "+3.0 dB at 1e+308 Hz (out of range: no effect)");
+    EXPECT_EQ(ImpulseResponse(*peak, format, 0, 4)[0], 1.0);
+    peak->frequency = std::nan("");
+    EXPECT_EQ(peak->GetDescription().ToUTF8(), "+3.0 dB at nan Hz (out of range: no effect)");
+    EXPECT_EQ(ImpulseResponse(*peak, format, 0, 4)[0], 1.0);
+    peak->frequency = 1000;
+    peak->gain = 1e300;
+    EXPECT_EQ(peak->GetDescription().ToUTF8(), "+1e+300 dB at 1000 Hz (out of range: no effect)");
+
+    // A pass filter ignores its gain, so a wild one changes nothing.
+    auto highPass = Make<CParametricIIRFilter>(2);
+    highPass->channels.clear();
+    highPass->frequency = 80;
+    highPass->gain = 1e300;
+    EXPECT_EQ(highPass->GetDescription().ToUTF8(), "High-pass at 80 Hz");
+}
