@@ -25,6 +25,7 @@ int main(int argc, char** argv)
     AddRegisterCommand(app, context);
     AddAnalyzeCommand(app, context);
     AddInfoCommand(app, context);
+    AddConvolutionCommand(app, context);
 
     // Without this, a mistyped command reads as a missing one.
     if (argc > 1 && argv[1][0] != '-')

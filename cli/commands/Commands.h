@@ -50,3 +50,4 @@ void AddOutputCommand(CLI::App& app, CliContext& context);
 void AddRegisterCommand(CLI::App& app, CliContext& context);
 void AddAnalyzeCommand(CLI::App& app, CliContext& context);
 void AddInfoCommand(CLI::App& app, CliContext& context);
+void AddConvolutionCommand(CLI::App& app, CliContext& context);
