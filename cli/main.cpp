@@ -28,6 +28,7 @@ int main(int argc, char** argv)
     AddHeadphonesCommand(app, context);
     AddTempoCommand(app, context);
     AddTagCommand(app, context);
+    AddConvolutionCommand(app, context);
 
     // Without this, a mistyped command reads as a missing one.
     if (argc > 1 && argv[1][0] != '-')

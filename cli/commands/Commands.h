@@ -73,3 +73,4 @@ void AddInfoCommand(CLI::App& app, CliContext& context);
 void AddHeadphonesCommand(CLI::App& app, CliContext& context);
 void AddTempoCommand(CLI::App& app, CliContext& context);
 void AddTagCommand(CLI::App& app, CliContext& context);
+void AddConvolutionCommand(CLI::App& app, CliContext& context);

@@ -31,8 +31,8 @@ DemoFilter(int32_t type, std::initializer_list<std::pair<const char16_t*, double
     return filter;
 }
 
-// What a room correction typically starts with: rumble off, a room mode cut
-// and a little air on top; each one plainly audible in the demo's noise.
+// What a room correction typically starts with: headroom, rumble off, a room
+// mode cut and a little air on top; each one plainly audible in the demo's noise.
 void ConfigureParametricEqualizer(IQVDSP& plugin, CliHost&)
 {
     auto* equalizer = dynamic_cast<CParametricEqualizerDSPPlugin*>(&plugin);
@@ -41,10 +41,14 @@ void ConfigureParametricEqualizer(IQVDSP& plugin, CliHost&)
     CParametricFilterList& list = equalizer->GetFilterList();
     while (list.GetCount() > 0)
         list.Remove(0);
-    list.Insert(0, DemoFilter(PARAMETRIC_HIGHPASS, {{u"Frequency", 40}, {u"Q", 0.7071}}));
-    list.Insert(1, DemoFilter(PARAMETRIC_PEAK, {{u"Frequency", 120}, {u"Gain", -6}, {u"Q", 2}}));
+    // Headroom first: the shelf below, the room's reflections after it and
+    // the speakers' trims add up to peaks well above the input's, and the demo
+    // must play on any sound card without clipping.
+    list.Insert(0, DemoFilter(PARAMETRIC_VOLUME, {{u"Gain", -9}}));
+    list.Insert(1, DemoFilter(PARAMETRIC_HIGHPASS, {{u"Frequency", 40}, {u"Q", 0.7071}}));
+    list.Insert(2, DemoFilter(PARAMETRIC_PEAK, {{u"Frequency", 120}, {u"Gain", -6}, {u"Q", 2}}));
     list.Insert(
-        2, DemoFilter(PARAMETRIC_HIGHSHELF, {{u"Frequency", 6000}, {u"Gain", 3}, {u"Q", 0.7}}));
+        3, DemoFilter(PARAMETRIC_HIGHSHELF, {{u"Frequency", 6000}, {u"Gain", 3}, {u"Q", 0.7}}));
     list.Save();
 }
 
@@ -61,7 +65,23 @@ constexpr DemoStage DEMO_STAGES[] = {
     {"Adaptive Volume", nullptr},
 };
 
+std::filesystem::path& DemoFolder()
+{
+    static std::filesystem::path folder;
+    return folder;
+}
+
 }  // namespace
+
+void SetDemoFolder(const std::filesystem::path& folder)
+{
+    DemoFolder() = folder;
+}
+
+const std::filesystem::path& GetDemoFolder()
+{
+    return DemoFolder();
+}
 
 std::span<const DemoStage> DemoStages()
 {

@@ -7,6 +7,7 @@
 
 #include "cli/host/PluginChain.h"
 
+#include <filesystem>
 #include <span>
 
 struct DemoStage
@@ -17,6 +18,11 @@ struct DemoStage
 };
 
 std::span<const DemoStage> DemoStages();
+
+// The folder of the demo's files, where hooks may write what their plug-in
+// loads (Convolution's impulse). Set by the demo before it builds the chain.
+void SetDemoFolder(const std::filesystem::path& folder);
+const std::filesystem::path& GetDemoFolder();
 
 // Builds the demo chain from the table, skipping names the module does not
 // build (yet); answers the skipped names.

@@ -13,6 +13,7 @@
 #include <CLI/CLI.hpp>
 #include <sndfile.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -80,6 +81,11 @@ void PrintLevels(const SignalLevels& before, const SignalLevels& after, const CA
             FormatDbfs(before.Rms(channel)).c_str(), FormatDbfs(before.Peak(channel)).c_str(),
             FormatDbfs(after.Rms(channel)).c_str(), FormatDbfs(after.Peak(channel)).c_str());
     }
+    double peak = 0.0;
+    for (int channel = 0; channel < after.Channels(); ++channel)
+        peak = std::max(peak, after.Peak(channel));
+    std::printf("  %-9s %s: %s\n", "Output", FormatDbfs(peak).c_str(),
+                peak <= 1.0 ? "no sample exceeds full scale" : "CLIPS: samples exceed full scale");
 }
 
 void PrintChain(PluginChain& chain)
@@ -109,6 +115,7 @@ void RunDemo(const CliContext& context, const std::string& requestedFolder)
 
     CliHost host;
     PluginChain chain;
+    SetDemoFolder(folder);
     for (const std::string& name : BuildDemoChain(chain, host, context.zone))
         std::cerr << "qvdsp: the demo leaves out " << name << ", which this build does not have\n";
 

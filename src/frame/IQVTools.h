@@ -45,6 +45,25 @@ protected:
     ~IQVScaler() = default;
 };
 
+// The host's converter of impulse files: any audio file it can read in, a
+// file of the target rate and bit depth out. Made by IQVTools and given back
+// through Release.
+class IQVSoundConverter
+{
+public:
+    virtual void SetTargetSampleRate(int32_t sampleRate) = 0;
+    virtual void SetTargetBitDepth(int32_t bits) = 0;
+    // 1 when `target` was written; anything else is a failure.
+    virtual int32_t Convert(const QVString& source, const QVString& target) = 0;
+    // "Output Filename" and "Input Samplerate" after a conversion; empty
+    // text for an unknown name.
+    virtual QVString GetProperty(const QVString& name) = 0;
+    virtual void Release() = 0;
+
+protected:
+    ~IQVSoundConverter() = default;
+};
+
 // The program's description of itself, which a tools module loads for each
 // module that asks.
 class IQVProductDescription
@@ -75,7 +94,8 @@ public:
     virtual void* ReservedTools9() { return nullptr; }
     virtual void* ReservedTools10() { return nullptr; }
     virtual IQVLogger* GetLogger(int32_t kind) = 0;  // 11
-    virtual void* ReservedTools12() { return nullptr; }
+    // 12: a new sound converter, or null when the tools have none.
+    virtual IQVSoundConverter* CreateSoundConverter() { return nullptr; }
     virtual void* ReservedTools13() { return nullptr; }
     virtual void* ReservedTools14() { return nullptr; }
     virtual void* ReservedTools15() { return nullptr; }

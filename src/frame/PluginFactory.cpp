@@ -1,5 +1,6 @@
 #include "frame/PluginFactory.h"
 
+#include "convolution/ConvolutionPlugin.h"
 #include "effects/AnalyzerPlugin.h"
 #include "effects/EffectsPlugin.h"
 #include "effects/EqualizerPlugin.h"
@@ -29,6 +30,7 @@ IQVDSP* CreateDSPPlugin(int32_t index, IQVDSPHost* host, int32_t zone, bool unli
     case DSPPLUGIN_OUTPUT_FORMAT: return new COutputFormatDSPPlugin(host, zone);
     case DSPPLUGIN_ANALYZER: return new CAnalyzerDSPPlugin(host, zone);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER: return new CParametricEqualizerDSPPlugin(host, zone, 0);
+    case DSPPLUGIN_CONVOLUTION: return new CConvolutionDSPPlugin(host, zone);
     case DSPPLUGIN_PARAMETRIC_EQUALIZER_2: return new CParametricEqualizerDSPPlugin(host, zone, 1);
     case DSPPLUGIN_ADAPTIVE_VOLUME: return new CAdaptiveVolumeDSPPlugin(host, zone);
     case DSPPLUGIN_TUBE_AMPLIFIER:

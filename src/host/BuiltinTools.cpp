@@ -1,6 +1,7 @@
 #include "host/BuiltinTools.h"
 
 #include "host/SettingsStore.h"
+#include "host/SoundConverter.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -47,6 +48,11 @@ IQVLogger* CBuiltinTools::GetLogger(int32_t kind)
 IQVSettingsKey* CBuiltinTools::GetPluginKeyObject(const QVString& path, bool systemScope)
 {
     return OpenFileSettingsKey(path, systemScope);
+}
+
+IQVSoundConverter* CBuiltinTools::CreateSoundConverter()
+{
+    return new CBuiltinSoundConverter;
 }
 
 CBuiltinTools::~CBuiltinTools()

@@ -50,6 +50,7 @@ public:
     IQVLogger* GetLogger(int32_t kind) override;
     IQVScaler* GetScaler() override { return &scaler; }
     IQVSettingsKey* GetPluginKeyObject(const QVString& path, bool systemScope) override;
+    IQVSoundConverter* CreateSoundConverter() override;
 
 private:
     CBuiltinTranslator translator;

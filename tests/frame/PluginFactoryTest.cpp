@@ -62,8 +62,8 @@ TEST(PluginFactory, IndicesThatExistInThisBuild)
         EXPECT_EQ(Make(index, false) != nullptr,
                   std::unique_ptr<IQVDSP>(GetDSPPlugin(index, nullptr, 0)) != nullptr);
     }
-    EXPECT_EQ(listed, (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 10, 11}));
-    EXPECT_EQ(unlisted, (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 10, 11, 12}));
+    EXPECT_EQ(listed, (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
+    EXPECT_EQ(unlisted, (std::vector<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
 }
 
 TEST(PluginFactory, ClassesAndDisplayNamesFollowTheTable)
@@ -141,6 +141,7 @@ TEST(PluginFactory, RegistrationWalksTheTable)
         {6, "Room Correction", false},
         {7, "Analyzer", false},
         {8, "Parametric Equalizer", false},
+        {9, "Convolution", false},
         {10, "Parametric Equalizer 2", false},
         {11, "Adaptive Volume", false},
         {12, "Tube Amplifier", true}};

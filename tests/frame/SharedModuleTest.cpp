@@ -105,7 +105,7 @@ TEST(SharedModule, PluginsMadeThroughTheExportProcessABlock)
         EXPECT_EQ(sink.totalFrames, 256) << index;
     }
     // The unlisted Tube Amplifier is not reachable through the export.
-    EXPECT_EQ(made, (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 10, 11}));
+    EXPECT_EQ(made, (std::set<int32_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
     // Registration writes into the store: one of its own, gone afterwards.
     const std::string store =
         testing::TempDir() + "qvdsp-shared-module-" + std::to_string(::getpid()) + ".json";

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "frame/IQVTools.h"
+#include "host/SoundConverter.h"
 
 namespace qvtest
 {
@@ -50,11 +51,16 @@ public:
     {
         return nullptr;
     }
+    IQVSoundConverter* CreateSoundConverter() override
+    {
+        return withConverter ? new CBuiltinSoundConverter : nullptr;
+    }
 
     MarkingTranslator translator;
     KeepingLogger logger;
     bool withTranslator = true;
     bool withLogger = true;
+    bool withConverter = true;
 };
 
 class ScopedTestTools

@@ -1,0 +1,84 @@
+#include "convolution/ConvolutionKernels.h"
+
+#include <algorithm>
+
+namespace
+{
+
+using Complex = CAudioConvolution::Complex;
+
+const double* Doubles(const Complex* values)
+{
+    return reinterpret_cast<const double*>(values);
+}
+
+double* Doubles(Complex* values)
+{
+    return reinterpret_cast<double*>(values);
+}
+
+}  // namespace
+
+void MultiplyAccumulate(Complex* accumulator, const Complex* spectrum, const Complex* filter,
+                        int32_t points)
+{
+    double* __restrict acc = Doubles(accumulator);
+    const double* __restrict x = Doubles(spectrum);
+    const double* __restrict h = Doubles(filter);
+    for (int32_t i = 0; i < 2 * points; i += 2)
+    {
+        acc[i] += x[i] * h[i] - x[i + 1] * h[i + 1];
+        acc[i + 1] += x[i] * h[i + 1] + x[i + 1] * h[i];
+    }
+}
+
+void MultiplyAccumulatePair(Complex* accumulator, const Complex* spectrumA, const Complex* filterA,
+                            const Complex* spectrumB, const Complex* filterB, int32_t points)
+{
+    double* __restrict acc = Doubles(accumulator);
+    const double* __restrict xa = Doubles(spectrumA);
+    const double* __restrict ha = Doubles(filterA);
+    const double* __restrict xb = Doubles(spectrumB);
+    const double* __restrict hb = Doubles(filterB);
+    for (int32_t i = 0; i < 2 * points; i += 2)
+    {
+        const double re =
+            (xa[i] * ha[i] - xa[i + 1] * ha[i + 1]) + (xb[i] * hb[i] - xb[i + 1] * hb[i + 1]);
+        const double im =
+            (xa[i] * ha[i + 1] + xa[i + 1] * ha[i]) + (xb[i] * hb[i + 1] + xb[i + 1] * hb[i]);
+        acc[i] += re;
+        acc[i + 1] += im;
+    }
+}
+
+void AddScaled(Complex* target, const Complex* source, double gain, int32_t points)
+{
+    double* __restrict out = Doubles(target);
+    const double* __restrict in = Doubles(source);
+    for (int32_t i = 0; i < 2 * points; ++i)
+        out[i] += gain * in[i];
+}
+
+void AccumulatePartitions(Complex* accumulator, CAudioConvolution::CSpectrumHistory& history,
+                          const CAudioConvolution::CPath& path, bool paired)
+{
+    if (history.spectra.Data() == nullptr || path.filter.Data() == nullptr)
+        return;
+    const int32_t points = history.stride;
+    const int32_t partitions = std::min(path.GetPartitions(), history.count);
+    const auto slotOf = [&history](int32_t age)
+    {
+        const int32_t slot = history.position - age;
+        return slot < 0 ? slot + history.slots : slot;
+    };
+    const auto filterOf = [&path, points](int32_t partition)
+    { return path.filter.Data() + static_cast<size_t>(partition) * points; };
+
+    int32_t i = 0;
+    if (paired)
+        for (; i + 1 < partitions; i += 2)
+            MultiplyAccumulatePair(accumulator, history.Slot(slotOf(i)), filterOf(i),
+                                   history.Slot(slotOf(i + 1)), filterOf(i + 1), points);
+    for (; i < partitions; ++i)
+        MultiplyAccumulate(accumulator, history.Slot(slotOf(i)), filterOf(i), points);
+}

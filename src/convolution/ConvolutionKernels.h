@@ -1,0 +1,33 @@
+// The inner loops of the convolution engine: complex multiply-accumulate of
+// spectra, one partition or two at a time. Written on plain doubles (real,
+// imaginary) so that no library complex product with its NaN recovery gets
+// in the way, and so that the compiler can vectorise them.
+#pragma once
+
+#include <cstdint>
+
+#include "convolution/AudioConvolution.h"
+
+// accumulator += spectrum x filter, point by point.
+void MultiplyAccumulate(CAudioConvolution::Complex* accumulator,
+                        const CAudioConvolution::Complex* spectrum,
+                        const CAudioConvolution::Complex* filter, int32_t points);
+
+// accumulator += spectrumA x filterA + spectrumB x filterB in one pass, which
+// halves the accumulator's trips through memory.
+void MultiplyAccumulatePair(CAudioConvolution::Complex* accumulator,
+                            const CAudioConvolution::Complex* spectrumA,
+                            const CAudioConvolution::Complex* filterA,
+                            const CAudioConvolution::Complex* spectrumB,
+                            const CAudioConvolution::Complex* filterB, int32_t points);
+
+// target += gain x source over real and imaginary parts.
+void AddScaled(CAudioConvolution::Complex* target, const CAudioConvolution::Complex* source,
+               double gain, int32_t points);
+
+// The partitions of one path against the history it reads: partition i
+// multiplies the spectrum i blocks old, for as many partitions as the history
+// holds data. `paired` takes them two at a time where it can.
+void AccumulatePartitions(CAudioConvolution::Complex* accumulator,
+                          CAudioConvolution::CSpectrumHistory& history,
+                          const CAudioConvolution::CPath& path, bool paired);
