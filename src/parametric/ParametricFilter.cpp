@@ -375,7 +375,12 @@ QVString GainText(double gainDb)
 
 QVString FrequencyText(double hz)
 {
-    return NumberText(hz, 2) + u" Hz";
+    // Whole hertz, truncated: the list's established text. Only values that no
+    // integer could hold (or that are no number) fall back to leading digits,
+    // since converting them would be undefined.
+    if (!FitsFixedText(hz))
+        return FormatText("%.3g Hz", hz);
+    return FormatText("%.0f Hz", std::trunc(hz));
 }
 
 QVString NumberText(double value, int32_t decimals)

@@ -175,5 +175,5 @@ QVString GainText(double gainDb);
 // A number with at most `decimals` decimals and no trailing zeros; huge or
 // non-finite numbers with three significant digits ("1e+308", "nan").
 QVString NumberText(double value, int32_t decimals);
-// "1000 Hz", "1000.9 Hz": a frequency as the filter uses it, to the hundredth.
+// "1000 Hz" for 1000.9: whole hertz, truncated; "1e+308 Hz", "nan Hz" beyond.
 QVString FrequencyText(double hz);

@@ -320,7 +320,7 @@ TEST_F(PeqCommandTest, PositionsOutsideTheListAreRefusedWithoutOverflow)
     EXPECT_EQ(List(), "  1  [x]  +0.0 dB at 300 Hz (Left,Right)\n"
                       "  2  [x]  +0.0 dB at 100 Hz (Left,Right)\n"
                       "  3  [x]  +0.0 dB at 200 Hz (Left,Right)\n"
-                      "  4  [x]  +2.0 dB at 1000.9 Hz (Left,Right)\n");
+                      "  4  [x]  +2.0 dB at 1000 Hz (Left,Right)\n");
 }
 
 TEST_F(PeqCommandTest, UnreadableImportsNameTheFileAndTheReason)

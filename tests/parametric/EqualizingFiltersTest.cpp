@@ -313,10 +313,11 @@ TEST(EqualizingFilters, DescriptionsShowWhatTheFilterReallyDoes)
     auto peak = Make<CParametricIIRFilter>(3);
     peak->channels.clear();  // every channel: no list behind the text
     peak->gain = 3;
-    peak->frequency = 1000.9;  // not truncated to 1000
-    EXPECT_EQ(peak->GetDescription().ToUTF8(), "+3.0 dB at 1000.9 Hz");
-    peak->frequency = 31.25;
-    EXPECT_EQ(peak->GetDescription().ToUTF8(), "+3.0 dB at 31.25 Hz");
+    peak->frequency = 1000.9;  // whole hertz, truncated: the list's text
+    EXPECT_EQ(peak->GetDescription().ToUTF8(), "+3.0 dB at 1000 Hz");
+    peak->frequency = 9.2e14;  // still within what an integer holds
+    EXPECT_EQ(peak->GetDescription().ToUTF8(),
+              "+3.0 dB at 920000000000000 Hz (out of range: no effect)");
 
     // Values the design refuses: short texts, and the filter passes the audio on.
     const CAudioFormat format = MakeFormat(2);

@@ -69,11 +69,11 @@ TEST(ParametricFilter, DescriptionsFollowTheFields)
 {
     auto peak = Make<CParametricIIRFilter>(3);
     peak->gain = -3.54;
-    peak->frequency = 62.9;  // as the filter uses it, not truncated
+    peak->frequency = 62.9;  // truncated, not rounded
     peak->channels = {CAudioFormat::User1, CAudioFormat::Center};
-    EXPECT_EQ(Describe(*peak), "-3.5 dB at 62.9 Hz (U1,Center)");
+    EXPECT_EQ(Describe(*peak), "-3.5 dB at 62 Hz (U1,Center)");
     peak->channels.clear();
-    EXPECT_EQ(Describe(*peak), "-3.5 dB at 62.9 Hz");
+    EXPECT_EQ(Describe(*peak), "-3.5 dB at 62 Hz");
 
     auto shelf = Make<CParametricIIRFilter>(10);
     shelf->gain = 6;
