@@ -1,9 +1,11 @@
 #include "cli/host/FileProcessor.h"
 
+#include "cli/host/BlockPipeline.h"
 #include "cli/host/CliError.h"
 #include "cli/host/LatencyAlignment.h"
 #include "cli/host/PluginChain.h"
 
+#include <algorithm>
 #include <csignal>
 #include <exception>
 #include <iostream>
@@ -42,12 +44,13 @@ private:
     void (*previousTerminate)(int);
 };
 
-// The end of the chain: writes whatever arrives. An error cannot be thrown
-// through the plug-ins' frames, so it is kept and raised after the block.
+// The end of the chain: queues whatever arrives for the writing thread. An
+// error cannot be thrown through the plug-ins' frames, so it is kept and
+// raised after the block.
 class FileSink final : public IQVDSPSink
 {
 public:
-    explicit FileSink(AtomicSoundFileWriter& writer) : writer(writer) {}
+    explicit FileSink(WriteBehind& writer) : writer(writer) {}
 
     void Output(double* samples, int32_t frames) override
     {
@@ -72,7 +75,7 @@ public:
     int64_t FramesOut() const { return framesOut; }
 
 private:
-    AtomicSoundFileWriter& writer;
+    WriteBehind& writer;
     std::exception_ptr error;
     int64_t framesOut = 0;
 };
@@ -122,6 +125,20 @@ void ReportRefusals(const std::vector<std::string>& refused, const SoundFileLayo
                   << layout.sampleRate << " Hz; it passes the audio on unchanged\n";
 }
 
+// The writing thread takes the chain's output in pieces of its own size: how
+// the frames are cut does not change a byte of the file.
+constexpr int64_t WRITE_PIECE_FRAMES = 8192;
+constexpr int32_t WRITE_PIECES = 8;
+
+// Blocks read ahead: enough to ride out an uneven disk, but never more than
+// about 64 MiB beyond the one block the chain works on, whatever --block says.
+int32_t ReadAheadDepth(int64_t blockFrames, int32_t channels)
+{
+    constexpr double budgetBytes = 64.0 * 1024 * 1024;
+    const double blockBytes = static_cast<double>(blockFrames) * channels * sizeof(double);
+    return static_cast<int32_t>(std::clamp(budgetBytes / blockBytes, 2.0, 4.0));
+}
+
 }  // namespace
 
 ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
@@ -139,7 +156,10 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
         std::cerr << "qvdsp: " << note << '\n';
 
     AtomicSoundFileWriter writer(request.output, output, reader.Frames());
-    FileSink sink(writer);
+    WriteBehind writeBehind([&writer](const double* samples, int64_t frames)
+                            { writer.Write(samples, frames); },
+                            WRITE_PIECE_FRAMES, output.channels, WRITE_PIECES);
+    FileSink sink(writeBehind);
     OutputScope scope(chain, &sink);
 
     if (chain.Size() > 0)
@@ -150,7 +170,6 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
         ReportRefusals(chain.SetFormat(format), input);
     }
 
-    std::vector<double> block(static_cast<size_t>(request.blockFrames) * input.channels);
     ProgressLine progress(request.showProgress, reader.Frames(), input.sampleRate);
     InterruptGuard interrupt;
     ProcessSummary summary;
@@ -162,12 +181,18 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
         alignment.Begin(reader.Frames());
         sink.RaiseError();
     }
-    while (int64_t frames = reader.Read(block.data(), request.blockFrames))
+    // Decoding runs ahead of the chain on a thread of its own; the chain still
+    // gets exactly the blocks it would get from reading the file itself.
+    ReadAhead readAhead(
+        [&reader](double* samples, int64_t frames) { return reader.Read(samples, frames); },
+        request.blockFrames, input.channels, ReadAheadDepth(request.blockFrames, input.channels));
+    while (SampleBlock* block = readAhead.Next())
     {
+        const int32_t frames = static_cast<int32_t>(block->frames);
         if (request.raw)
-            chain.Push(block.data(), static_cast<int32_t>(frames));
+            chain.Push(block->samples.data(), frames);
         else
-            alignment.Push(block.data(), static_cast<int32_t>(frames));
+            alignment.Push(block->samples.data(), frames);
         sink.RaiseError();
         summary.framesIn += frames;
         progress.Update(summary.framesIn);
@@ -180,6 +205,7 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
         alignment.Finish();
         sink.RaiseError();
     }
+    writeBehind.Finish();
     writer.Commit();
     progress.Finish();
     ReportReplaced(request, reader.NonFiniteReplaced());

@@ -1,5 +1,10 @@
 // The real qvdsp binary, run as a user runs it.
 #include "TestFiles.h"
+#include "cli/host/LatencyAlignment.h"
+#include "cli/host/PluginChain.h"
+#include "support/Sinks.h"
+
+#include "qvdsp/AudioFormat.h"
 
 #include <sndfile.h>
 
@@ -443,4 +448,72 @@ TEST_F(QvdspCommandTest, LongRunWavOutputBeyondFourGibibytesIsReadableInFull)
               (std::vector<double>{-1.0, 0.0, 0.5, -0.5, -1.0}));
     std::filesystem::remove(out);
     std::filesystem::remove(in);
+}
+namespace
+{
+
+// The chain run in this process, block by block on one thread, with what the
+// file holds: the reference for the binary, which reads and writes on threads
+// of its own.
+std::vector<double> RunChainInProcess(const std::string& chainText, const std::vector<double>& in,
+                                      int32_t channels, int32_t rate, int32_t blockFrames, bool raw)
+{
+    CliHost host;
+    PluginChain chain;
+    BuildChain(chain, ResolveChain(chainText, ListPlugins(host, 0, true)), host, 0,
+               PluginUse::ReadOnly);
+    qvtest::CollectingSink sink;
+    CAudioFormat format;
+    format.Set(64, static_cast<uint32_t>(rate), static_cast<uint16_t>(channels));
+    chain.SetFormat(format);
+    const int64_t frames = static_cast<int64_t>(in.size()) / channels;
+    std::vector<double> block(static_cast<size_t>(blockFrames) * channels);
+    LatencyAlignment alignment(chain, sink, channels, rate, blockFrames);
+    chain.SetOutput(&sink);
+    if (!raw)
+        alignment.Begin(frames);
+    for (int64_t start = 0; start < frames; start += blockFrames)
+    {
+        const int32_t count = static_cast<int32_t>(std::min<int64_t>(blockFrames, frames - start));
+        std::copy_n(in.begin() + start * channels, count * channels, block.begin());
+        if (raw)
+            chain.Push(block.data(), count);
+        else
+            alignment.Push(block.data(), count);
+    }
+    if (!raw)
+        alignment.Finish();
+    chain.SetOutput(nullptr);
+    return sink.samples;
+}
+
+}  // namespace
+
+TEST_F(QvdspCommandTest, ThreadedReadingAndWritingChangeNoSampleForAnyBlockSize)
+{
+    // Plug-ins whose output depends on where blocks begin (the crossfeed's
+    // start of stream, the adaptive level's block-wise gain), so a block cut
+    // anywhere else by the reading thread would show.
+    const std::string chain = "Headphones,Adaptive Volume,Tube Amplifier";
+    std::filesystem::path in = WriteInput("in.wav", 30011);
+    for (int32_t blockFrames : {1, 333, 4096, 65536})
+    {
+        for (bool raw : {true, false})
+        {
+            std::vector<std::string> arguments = {"process", "--chain", chain, "--block",
+                                                  std::to_string(blockFrames)};
+            if (raw)
+                arguments.push_back("--raw");
+            arguments.push_back(in.string());
+            arguments.push_back((scratch / "out.wav").string());
+            RunResult result = Run(arguments);
+            ASSERT_EQ(result.exitCode, 0) << result.err;
+            const std::vector<double> expected =
+                RunChainInProcess(chain, input, 2, 44100, blockFrames, raw);
+            const std::vector<double> output = clitest::ReadDoubles(scratch / "out.wav");
+            ASSERT_EQ(output.size(), expected.size()) << "block " << blockFrames;
+            for (size_t i = 0; i < output.size(); ++i)
+                ASSERT_EQ(output[i], expected[i]) << "block " << blockFrames << " at " << i;
+        }
+    }
 }
