@@ -4,6 +4,7 @@
 #include "cli/host/CliError.h"
 #include "cli/host/LatencyAlignment.h"
 #include "cli/host/PluginChain.h"
+#include "cli/host/ReplacingFile.h"
 
 #include <algorithm>
 #include <csignal>
@@ -28,12 +29,14 @@ class InterruptGuard
 public:
     InterruptGuard()
     {
+        TerminatingSignalsHeld held;
         interruptRequested = 0;
         previousInterrupt = std::signal(SIGINT, RequestInterrupt);
         previousTerminate = std::signal(SIGTERM, RequestInterrupt);
     }
     ~InterruptGuard()
     {
+        TerminatingSignalsHeld held;
         std::signal(SIGINT, previousInterrupt);
         std::signal(SIGTERM, previousTerminate);
     }

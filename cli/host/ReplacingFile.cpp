@@ -55,6 +55,7 @@ void InstallSignalCleanup()
     std::call_once(installed,
                    []
                    {
+                       TerminatingSignalsHeld held;
                        for (int signal : TERMINATING_SIGNALS)
                        {
                            struct sigaction previous
@@ -99,17 +100,15 @@ void ReleasePendingSlot(int& slot)
 // back until its name is known to the handler; -1 with errno on failure.
 int CreateKnownFile(std::string& name, int& slot)
 {
-    sigset_t terminating;
-    sigset_t previous;
-    sigemptyset(&terminating);
-    for (int signal : TERMINATING_SIGNALS)
-        sigaddset(&terminating, signal);
-    pthread_sigmask(SIG_BLOCK, &terminating, &previous);
-    const int descriptor = mkostemp(name.data(), O_CLOEXEC);
-    const int error = errno;
-    if (descriptor >= 0)
-        slot = ClaimPendingSlot(name.c_str());
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    int descriptor = -1;
+    int error = 0;
+    {
+        TerminatingSignalsHeld held;
+        descriptor = mkostemp(name.data(), O_CLOEXEC);
+        error = errno;
+        if (descriptor >= 0)
+            slot = ClaimPendingSlot(name.c_str());
+    }
     errno = error;
     return descriptor;
 }
@@ -274,4 +273,18 @@ void WriteReplacingFile(const std::filesystem::path& target, std::string_view by
     ReplacingFile file(target);
     file.Write(bytes);
     file.Commit();
+}
+
+TerminatingSignalsHeld::TerminatingSignalsHeld()
+{
+    sigset_t terminating;
+    sigemptyset(&terminating);
+    for (int signal : TERMINATING_SIGNALS)
+        sigaddset(&terminating, signal);
+    pthread_sigmask(SIG_BLOCK, &terminating, &previous);
+}
+
+TerminatingSignalsHeld::~TerminatingSignalsHeld()
+{
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }

@@ -7,9 +7,26 @@
 // terminating signal removes every hidden file that is still open.
 #pragma once
 
+#include <csignal>
 #include <filesystem>
 #include <string>
 #include <string_view>
+
+// Holds the terminating signals back on the calling thread while it lives. A
+// handler must not run on a thread that is itself changing signal handlers:
+// the cleanup handler changes one too, and under some runtimes (the address
+// sanitizer's) the two calls share a lock that would never be released.
+class TerminatingSignalsHeld
+{
+public:
+    TerminatingSignalsHeld();
+    ~TerminatingSignalsHeld();
+    TerminatingSignalsHeld(const TerminatingSignalsHeld&) = delete;
+    TerminatingSignalsHeld& operator=(const TerminatingSignalsHeld&) = delete;
+
+private:
+    sigset_t previous;
+};
 
 class ReplacingFile
 {
