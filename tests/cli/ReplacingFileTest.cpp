@@ -265,7 +265,11 @@ TEST_F(ReplacingFileTest, TerminatingSignalsRemoveTheHiddenFile)
             dup2(log, STDERR_FILENO);
             const rlimit noCore{0, 0};
             setrlimit(RLIMIT_CORE, &noCore);
-            std::signal(SIGPIPE, SIG_DFL);  // an ignored signal would stay ignored
+            // An ignored signal would stay ignored, and a shell ignores some
+            // for what it starts in the background: the run gets the defaults.
+            for (int reset : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1, SIGUSR2,
+                              SIGVTALRM, SIGPROF, SIGXCPU, SIGXFSZ})
+                std::signal(reset, SIG_DFL);
             execl(clitest::QvdspPath(), clitest::QvdspPath(), "process", "--quiet", fifo.c_str(),
                   (scratch / "out.wav").c_str(), static_cast<char*>(nullptr));
             _exit(127);

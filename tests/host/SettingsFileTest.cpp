@@ -275,6 +275,9 @@ TEST_F(SettingsFileTest, SignalsDuringWritesLeaveNoTemporaryFile)
         const pid_t child = ::fork();
         if (child == 0)
         {
+            // A shell ignores some signals for what it starts in the background.
+            for (int reset : {SIGTERM, SIGINT, SIGHUP, SIGPIPE, SIGALRM, SIGUSR1})
+                std::signal(reset, SIG_DFL);
             CFileSettingsKey key(path, "K", false);
             for (int i = 0;; ++i)
                 key.WriteInt(u"x", i);
