@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 BlockQueue::BlockQueue(int32_t blocks, size_t samplesPerBlock)
     : storage(static_cast<size_t>(std::max(blocks, 1)))
@@ -62,9 +63,19 @@ void BlockQueue::Close()
     changed.notify_all();
 }
 
-ReadAhead::ReadAhead(Source source, int64_t blockFrames, int32_t channels, int32_t depth)
+int64_t ChunkFrames(int64_t blockFrames, int32_t channels)
+{
+    constexpr int64_t chunkBytes = int64_t{1} << 20;
+    const int64_t blockBytes = blockFrames * channels * static_cast<int64_t>(sizeof(double));
+    return blockFrames * std::max<int64_t>(1, chunkBytes / std::max<int64_t>(blockBytes, 1));
+}
+
+ReadAhead::ReadAhead(Source source, int64_t blockFrames, int32_t channels, int32_t depth,
+                     int64_t chunkFrames)
     : source(std::move(source)), blockFrames(blockFrames),
-      queue(depth, static_cast<size_t>(blockFrames) * static_cast<size_t>(channels))
+      chunkFrames(chunkFrames > 0 ? chunkFrames : ChunkFrames(blockFrames, channels)),
+      channels(channels),
+      queue(depth, static_cast<size_t>(this->chunkFrames) * static_cast<size_t>(channels))
 {
     if (!StartThread())
         throw std::runtime_error("no thread could be started to read the input");
@@ -76,49 +87,78 @@ ReadAhead::~ReadAhead()
     Stop(-2);
 }
 
+void ReadAhead::FillChunk(SampleBlock& chunk)
+{
+    chunk.frames = 0;
+    chunk.last = false;
+    try
+    {
+        while (chunk.frames < chunkFrames)
+        {
+            const int64_t got =
+                source(chunk.samples.data() + chunk.frames * channels, chunkFrames - chunk.frames);
+            if (got <= 0)
+            {
+                chunk.last = true;
+                return;
+            }
+            chunk.frames += got;
+        }
+    }
+    catch (...)
+    {
+        error = std::current_exception();
+        chunk.last = true;
+    }
+}
+
 void ReadAhead::Run()
 {
     while (!IsStopping())
     {
-        SampleBlock* block = queue.TakeEmpty();
-        if (block == nullptr)
+        SampleBlock* chunk = queue.TakeEmpty();
+        if (chunk == nullptr)
             return;
-        try
-        {
-            block->frames = source(block->samples.data(), blockFrames);
-        }
-        catch (...)
-        {
-            error = std::current_exception();
-            block->frames = 0;
-        }
-        const bool end = block->frames == 0;
-        queue.PutFull(block);
-        if (end)
+        FillChunk(*chunk);
+        const bool last = chunk->last;
+        queue.PutFull(chunk);
+        if (last)
             return;
     }
 }
 
-SampleBlock* ReadAhead::Next()
+FrameSpan ReadAhead::Next()
 {
-    if (current != nullptr)
+    while (true)
     {
-        if (current->frames == 0)
-            return nullptr;  // asked again after the end
-        queue.PutEmpty(current);
+        if (current != nullptr)
+        {
+            if (handedOut < current->frames)
+            {
+                const int64_t frames = std::min(blockFrames, current->frames - handedOut);
+                FrameSpan block{current->samples.data() + handedOut * channels, frames};
+                handedOut += frames;
+                return block;
+            }
+            if (current->last)
+            {
+                if (error)
+                    std::rethrow_exception(std::exchange(error, nullptr));
+                return {};
+            }
+            queue.PutEmpty(current);
+        }
+        current = queue.TakeFull();
+        handedOut = 0;
+        if (current == nullptr)
+            return {};
     }
-    current = queue.TakeFull();
-    if (current == nullptr || current->frames > 0)
-        return current;
-    if (error)
-        std::rethrow_exception(error);
-    return nullptr;
 }
 
-WriteBehind::WriteBehind(Destination destination, int64_t blockFrames, int32_t channels,
+WriteBehind::WriteBehind(Destination destination, int64_t pieceFrames, int32_t channels,
                          int32_t depth)
-    : destination(std::move(destination)), blockFrames(blockFrames), channels(channels),
-      queue(depth, static_cast<size_t>(blockFrames) * static_cast<size_t>(channels))
+    : destination(std::move(destination)), pieceFrames(pieceFrames), channels(channels),
+      queue(depth, static_cast<size_t>(pieceFrames) * static_cast<size_t>(channels))
 {
     if (!StartThread())
         throw std::runtime_error("no thread could be started to write the output");
@@ -132,14 +172,14 @@ WriteBehind::~WriteBehind()
 
 void WriteBehind::Run()
 {
-    while (SampleBlock* block = queue.TakeFull())
+    while (SampleBlock* piece = queue.TakeFull())
     {
-        const bool end = block->frames == 0;
-        if (!end && !failed.load(std::memory_order_acquire))
+        const bool last = piece->last;
+        if (piece->frames > 0 && !failed.load(std::memory_order_acquire))
         {
             try
             {
-                destination(block->samples.data(), block->frames);
+                destination(piece->samples.data(), piece->frames);
             }
             catch (...)
             {
@@ -147,8 +187,8 @@ void WriteBehind::Run()
                 failed.store(true, std::memory_order_release);
             }
         }
-        queue.PutEmpty(block);
-        if (end)
+        queue.PutEmpty(piece);
+        if (last)
             return;
     }
 }
@@ -162,19 +202,27 @@ void WriteBehind::RaiseError() const
 void WriteBehind::Write(const double* samples, int64_t frames)
 {
     RaiseError();
-    // The chain may emit more than a block at once; the pieces are written in
-    // order, which gives the file the same bytes as one write.
+    // However the chain cuts its output, the pieces are gathered whole and
+    // written in order, which gives the file the same bytes as one write.
     while (frames > 0)
     {
-        SampleBlock* block = queue.TakeEmpty();
-        if (block == nullptr)
-            return;
-        const int64_t piece = std::min(frames, blockFrames);
-        std::copy_n(samples, piece * channels, block->samples.data());
-        block->frames = piece;
-        queue.PutFull(block);
-        samples += piece * channels;
-        frames -= piece;
+        if (filling == nullptr)
+        {
+            filling = queue.TakeEmpty();
+            if (filling == nullptr)
+                return;
+            filling->frames = 0;
+            filling->last = false;
+        }
+        const int64_t room = pieceFrames - filling->frames;
+        const int64_t taken = std::min(frames, room);
+        std::copy_n(samples, taken * channels,
+                    filling->samples.data() + filling->frames * channels);
+        filling->frames += taken;
+        samples += taken * channels;
+        frames -= taken;
+        if (filling->frames == pieceFrames)
+            queue.PutFull(std::exchange(filling, nullptr));
     }
 }
 
@@ -183,10 +231,13 @@ void WriteBehind::Finish()
     if (!finished)
     {
         finished = true;
-        if (SampleBlock* end = queue.TakeEmpty())
+        // What is gathered goes out as the last piece, or an empty one marks the end.
+        if (filling == nullptr && (filling = queue.TakeEmpty()) != nullptr)
+            filling->frames = 0;
+        if (filling != nullptr)
         {
-            end->frames = 0;
-            queue.PutFull(end);
+            filling->last = true;
+            queue.PutFull(std::exchange(filling, nullptr));
         }
         Wait();
     }

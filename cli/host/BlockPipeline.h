@@ -18,8 +18,22 @@
 struct SampleBlock
 {
     std::vector<double> samples;  // interleaved, room for the queue's block size
-    int64_t frames = 0;           // 0 marks the end of the stream
+    int64_t frames = 0;
+    bool last = false;  // nothing follows in the stream
 };
+
+// Frames handed to the chain, to change in place until the next call.
+struct FrameSpan
+{
+    double* samples = nullptr;
+    int64_t frames = 0;
+    explicit operator bool() const { return frames > 0; }
+};
+
+// Whole blocks of `blockFrames` that fill about a megabyte: the threads hand
+// over a few hundred times a file instead of once per block, since every
+// hand-over costs a wake-up of the other side.
+int64_t ChunkFrames(int64_t blockFrames, int32_t channels);
 
 // A fixed set of blocks shuttled between one producer and one consumer thread.
 // Closing wakes every waiter; from then on both Take calls answer null.
@@ -46,9 +60,9 @@ private:
     bool closed = false;
 };
 
-// Reads the input ahead of the chain. Every block but the last holds exactly
-// blockFrames frames, as the source gives them, so the chain sees the same
-// blocks as when it read the file itself.
+// Reads the input ahead of the chain, a chunk of whole blocks at a time. Every
+// block but the last holds exactly blockFrames frames, so the chain sees the
+// same blocks as when it read the file itself.
 class ReadAhead final : private QVThread
 {
 public:
@@ -57,12 +71,15 @@ public:
 
     static constexpr int32_t DEFAULT_DEPTH = 4;
 
-    ReadAhead(Source source, int64_t blockFrames, int32_t channels, int32_t depth = DEFAULT_DEPTH);
+    // Chunks of `chunkFrames` (a multiple of blockFrames; 0: ChunkFrames) are
+    // read ahead, `depth` of them at most.
+    ReadAhead(Source source, int64_t blockFrames, int32_t channels, int32_t depth = DEFAULT_DEPTH,
+              int64_t chunkFrames = 0);
     ~ReadAhead() override;
 
-    // The next block, the caller's to change until the next call; null at the
-    // end. Rethrows what the source threw, in the place of the block it failed on.
-    SampleBlock* Next();
+    // The next block; empty at the end. Rethrows what the source threw once
+    // the frames read before the failure are handed out.
+    FrameSpan Next();
 
 private:
     void Run() override;
@@ -70,14 +87,20 @@ private:
     // must never be left running past it.
     bool CanBeKilled() const override { return false; }
 
+    void FillChunk(SampleBlock& chunk);
+
     Source source;
     int64_t blockFrames;
+    int64_t chunkFrames;
+    int32_t channels;
     BlockQueue queue;
     SampleBlock* current = nullptr;
-    std::exception_ptr error;  // written before its block is queued
+    int64_t handedOut = 0;     // frames of `current` already given to the chain
+    std::exception_ptr error;  // written before its chunk is queued
 };
 
-// Writes the chain's output behind it, in the order it was emitted.
+// Writes the chain's output behind it, in the order it was emitted, in pieces
+// of `pieceFrames` (the last one shorter).
 class WriteBehind final : private QVThread
 {
 public:
@@ -85,7 +108,7 @@ public:
 
     static constexpr int32_t DEFAULT_DEPTH = 4;
 
-    WriteBehind(Destination destination, int64_t blockFrames, int32_t channels,
+    WriteBehind(Destination destination, int64_t pieceFrames, int32_t channels,
                 int32_t depth = DEFAULT_DEPTH);
     // Without Finish, whatever is still queued is dropped.
     ~WriteBehind() override;
@@ -102,9 +125,10 @@ private:
     void RaiseError() const;
 
     Destination destination;
-    int64_t blockFrames;
+    int64_t pieceFrames;
     int32_t channels;
     BlockQueue queue;
+    SampleBlock* filling = nullptr;  // the piece being gathered, not yet queued
     std::exception_ptr error;
     std::atomic<bool> failed{false};
     bool finished = false;

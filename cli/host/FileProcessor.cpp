@@ -128,18 +128,13 @@ void ReportRefusals(const std::vector<std::string>& refused, const SoundFileLayo
                   << layout.sampleRate << " Hz; it passes the audio on unchanged\n";
 }
 
-// The writing thread takes the chain's output in pieces of its own size: how
-// the frames are cut does not change a byte of the file.
-constexpr int64_t WRITE_PIECE_FRAMES = 8192;
-constexpr int32_t WRITE_PIECES = 8;
-
-// Blocks read ahead: enough to ride out an uneven disk, but never more than
-// about 64 MiB beyond the one block the chain works on, whatever --block says.
-int32_t ReadAheadDepth(int64_t blockFrames, int32_t channels)
+// Chunks queued between the threads: enough to ride out an uneven disk, but
+// never more than about 64 MiB, whatever --block says.
+int32_t QueueDepth(int64_t chunkFrames, int32_t channels)
 {
     constexpr double budgetBytes = 64.0 * 1024 * 1024;
-    const double blockBytes = static_cast<double>(blockFrames) * channels * sizeof(double);
-    return static_cast<int32_t>(std::clamp(budgetBytes / blockBytes, 2.0, 4.0));
+    const double chunkBytes = static_cast<double>(chunkFrames) * channels * sizeof(double);
+    return static_cast<int32_t>(std::clamp(budgetBytes / chunkBytes, 2.0, 4.0));
 }
 
 }  // namespace
@@ -159,9 +154,12 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
         std::cerr << "qvdsp: " << note << '\n';
 
     AtomicSoundFileWriter writer(request.output, output, reader.Frames());
+    // The writing thread takes the chain's output in pieces of its own size: how
+    // the frames are cut does not change a byte of the file.
+    const int64_t pieceFrames = ChunkFrames(request.blockFrames, output.channels);
     WriteBehind writeBehind([&writer](const double* samples, int64_t frames)
                             { writer.Write(samples, frames); },
-                            WRITE_PIECE_FRAMES, output.channels, WRITE_PIECES);
+                            pieceFrames, output.channels, QueueDepth(pieceFrames, output.channels));
     FileSink sink(writeBehind);
     OutputScope scope(chain, &sink);
 
@@ -186,16 +184,17 @@ ProcessSummary ProcessFile(const ProcessRequest& request, PluginChain& chain)
     }
     // Decoding runs ahead of the chain on a thread of its own; the chain still
     // gets exactly the blocks it would get from reading the file itself.
+    const int64_t chunkFrames = ChunkFrames(request.blockFrames, input.channels);
     ReadAhead readAhead(
         [&reader](double* samples, int64_t frames) { return reader.Read(samples, frames); },
-        request.blockFrames, input.channels, ReadAheadDepth(request.blockFrames, input.channels));
-    while (SampleBlock* block = readAhead.Next())
+        request.blockFrames, input.channels, QueueDepth(chunkFrames, input.channels), chunkFrames);
+    while (FrameSpan block = readAhead.Next())
     {
-        const int32_t frames = static_cast<int32_t>(block->frames);
+        const int32_t frames = static_cast<int32_t>(block.frames);
         if (request.raw)
-            chain.Push(block->samples.data(), frames);
+            chain.Push(block.samples, frames);
         else
-            alignment.Push(block->samples.data(), frames);
+            alignment.Push(block.samples, frames);
         sink.RaiseError();
         summary.framesIn += frames;
         progress.Update(summary.framesIn);

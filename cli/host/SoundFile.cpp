@@ -185,19 +185,28 @@ SoundFileReader::SoundFileReader(const std::filesystem::path& path) : path(path)
 {
     // Opening the descriptor ourselves gives the system's reason for a missing or
     // unreadable file instead of libsndfile's generic one.
-    int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0)
         FailOn(path, "cannot read", SystemReason(errno));
     struct stat status
     {
     };
-    if (fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode))
+    const bool known = fstat(descriptor, &status) == 0;
+    if (known && S_ISDIR(status.st_mode))
     {
         close(descriptor);
         FailOn(path, "cannot read", "it is a folder");
     }
     SF_INFO info{};
-    file = sf_open_fd(descriptor, SFM_READ, &info, SF_TRUE);
+    // A pipe cannot seek, and libsndfile reads one its own way; everything else
+    // goes through the large buffer.
+    if (known && S_ISREG(status.st_mode))
+    {
+        buffered = std::make_unique<BufferedDescriptor>(descriptor);
+        file = sf_open_virtual(BufferedDescriptor::Callbacks(), SFM_READ, &info, buffered.get());
+    }
+    else
+        file = sf_open_fd(descriptor, SFM_READ, &info, SF_FALSE);
     if (!file)
     {
         std::string reason = LibraryReason(nullptr);
@@ -212,11 +221,15 @@ SoundFileReader::~SoundFileReader()
 {
     if (file)
         sf_close(file);
+    if (descriptor >= 0)
+        close(descriptor);
 }
 
 int64_t SoundFileReader::Read(double* samples, int64_t count)
 {
     sf_count_t got = sf_readf_double(file, samples, count);
+    if (buffered && buffered->Error() != 0)
+        FailOn(path, "cannot read", SystemReason(buffered->Error()));
     if (got < count && sf_error(file) != SF_ERR_NO_ERROR)
         FailOn(path, "cannot read", LibraryReason(file));
     ReplaceNonFinite(samples, static_cast<size_t>(got) * static_cast<size_t>(layout.channels));
@@ -241,7 +254,7 @@ void SoundFileReader::ReplaceNonFinite(double* samples, size_t count)
 
 AtomicSoundFileWriter::AtomicSoundFileWriter(const std::filesystem::path& target,
                                              const SoundFileLayout& layout, int64_t expectedFrames)
-    : target(target), output(target), channels(layout.channels)
+    : target(target), output(target), buffered(output.Descriptor()), channels(layout.channels)
 {
     SF_INFO info{};
     info.format = FormatForSize(layout.format, layout.channels, expectedFrames);
@@ -249,7 +262,7 @@ AtomicSoundFileWriter::AtomicSoundFileWriter(const std::filesystem::path& target
     info.channels = layout.channels;
     if (!CanWrite(info.format, layout))
         info.format = layout.format;  // an encoding only WAV holds: stays WAV
-    file = sf_open_fd(output.Descriptor(), SFM_WRITE, &info, SF_FALSE);
+    file = sf_open_virtual(BufferedDescriptor::Callbacks(), SFM_WRITE, &info, &buffered);
     if (!file)
         FailOn(target, "cannot write", LibraryReason(nullptr));
     limitedToWav = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_WAV;
@@ -274,6 +287,8 @@ void AtomicSoundFileWriter::Write(const double* samples, int64_t count)
         return;
     RefuseWavOverflow(count);
     sf_count_t written = sf_writef_double(file, samples, count);
+    if (buffered.Error() != 0)
+        FailOn(target, "cannot write", SystemReason(buffered.Error()));
     if (written != count)
         FailOn(target, "cannot write", LibraryReason(file));
     framesWritten += written;
@@ -285,7 +300,7 @@ void AtomicSoundFileWriter::RefuseWavOverflow(int64_t count) const
     // Past 4 GiB a WAV header can only lie about its size: stop with a way out.
     if (!limitedToWav)
         return;
-    const off_t end = lseek(output.Descriptor(), 0, SEEK_CUR);
+    const int64_t end = buffered.Position();
     if (end + count * channels * LARGEST_SAMPLE_BYTES >= WAV_SIZE_LIMIT)
         FailOn(target, "cannot write",
                "a WAV file holds at most 4 GiB; use .rf64 or .w64 for longer output");
@@ -297,11 +312,11 @@ void AtomicSoundFileWriter::StartWriteback()
     // fsync before the rename finds little left to wait for. Advice only: where
     // it isn't supported, the fsync does all the work as before.
     constexpr off_t step = 8 << 20;
-    const int descriptor = output.Descriptor();
-    const off_t end = lseek(descriptor, 0, SEEK_CUR);
+    const off_t end = buffered.FlushedEnd();
     if (end < writebackStarted + step)
         return;
-    sync_file_range(descriptor, writebackStarted, end - writebackStarted, SYNC_FILE_RANGE_WRITE);
+    sync_file_range(output.Descriptor(), writebackStarted, end - writebackStarted,
+                    SYNC_FILE_RANGE_WRITE);
     writebackStarted = end;
 }
 
@@ -311,6 +326,8 @@ void AtomicSoundFileWriter::Commit()
     // before the rename makes the file visible under its name.
     int closed = sf_close(file);
     file = nullptr;
+    if (!buffered.Flush())
+        FailOn(target, "cannot write", SystemReason(buffered.Error()));
     if (closed != 0)
         FailOn(target, "cannot write", sf_error_number(closed));
     output.Commit();

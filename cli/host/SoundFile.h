@@ -3,11 +3,13 @@
 // behind, and the choice of container and sample format for an output.
 #pragma once
 
+#include "cli/host/BufferedDescriptor.h"
 #include "cli/host/ReplacingFile.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <string>
 
 #include <sys/types.h>
@@ -59,6 +61,8 @@ private:
     void ReplaceNonFinite(double* samples, size_t count);
 
     std::filesystem::path path;
+    int descriptor = -1;
+    std::unique_ptr<BufferedDescriptor> buffered;  // none for a pipe
     sf_private_tag* file = nullptr;
     SoundFileLayout layout;
     int64_t frames = 0;
@@ -91,6 +95,7 @@ private:
 
     std::filesystem::path target;
     ReplacingFile output;
+    BufferedDescriptor buffered;
     sf_private_tag* file = nullptr;
     int channels = 0;
     bool limitedToWav = false;
