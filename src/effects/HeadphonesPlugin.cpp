@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "filters/IIRSectionRegisters.h"
 #include "frame/IQVTools.h"
 #include "frame/SettingsKey.h"
 
@@ -271,6 +272,19 @@ void CHeadphonesDSPPlugin::LowPass(const double* samples, int32_t frames)
 {
     CIIRFilter& left = *filters[0];
     CIIRFilter& right = *filters[1];
+    if (AnalogSectionRegisters::Fits(left) && AnalogSectionRegisters::Fits(right))
+    {
+        AnalogSectionRegisters a(left);
+        AnalogSectionRegisters b(right);
+        for (int32_t f = 0; f < frames; ++f)
+        {
+            low[2 * f] = a.Step(samples[2 * f]);
+            low[2 * f + 1] = b.Step(samples[2 * f + 1]);
+        }
+        a.StoreTo(left);
+        b.StoreTo(right);
+        return;
+    }
     for (int32_t f = 0; f < frames; ++f)
     {
         low[2 * f] = left.Process(samples[2 * f]);

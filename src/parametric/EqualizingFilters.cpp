@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "filters/IIRSectionRegisters.h"
 #include "parametric/FilterPanel.h"
 
 namespace
@@ -25,50 +26,11 @@ int32_t PassKindBySlope(double slope, int32_t kind6)
     return kind6;
 }
 
-// One direct-form section, the shape of peak, shelf and all-pass: the state
-// stays in registers for the whole block instead of going through memory at
-// every sample. The arithmetic is CIIRFilter::Process's, term for term.
-bool IsSingleDirectSection(const CIIRFilter& filter)
-{
-    return !filter.analogPrototype && filter.sectionCount == 1;
-}
-
-struct SectionRegisters
-{
-    double b0, b1, b2, a1, a2;
-    double p1, p2, q1, q2;
-
-    explicit SectionRegisters(const CIIRFilter& filter)
-        : b0(filter.coefficients[0]), b1(filter.coefficients[1]), b2(filter.coefficients[2]),
-          a1(filter.coefficients[3]), a2(filter.coefficients[4]), p1(filter.state[0]),
-          p2(filter.state[1]), q1(filter.state[2]), q2(filter.state[3])
-    {
-    }
-    [[gnu::always_inline]] inline double Step(double x)
-    {
-        double y = b0 * x + b1 * p1 + b2 * p2 - a1 * q1 - a2 * q2;
-        if (std::fabs(y) < CIIRFilter::FlushThreshold)
-            y = 0.0;
-        p2 = p1;
-        p1 = x;
-        q2 = q1;
-        q1 = y;
-        return y;
-    }
-    void StoreTo(CIIRFilter& filter) const
-    {
-        filter.state[0] = p1;
-        filter.state[1] = p2;
-        filter.state[2] = q1;
-        filter.state[3] = q2;
-    }
-};
-
 void ProcessSingleSectionPair(CIIRFilter& first, CIIRFilter& second, const ChannelSpan* spans,
                               int32_t frames)
 {
-    SectionRegisters a(first);
-    SectionRegisters b(second);
+    DirectSectionRegisters a(first);
+    DirectSectionRegisters b(second);
     double* x = spans[0].base;
     double* y = spans[1].base;
     const ptrdiff_t strideA = spans[0].stride;
@@ -256,8 +218,8 @@ void CParametricIIRFilter::ProcessInterleaved(CIIRFilter* const* filters, const 
         ProcessChannel(filters[0], spans[0], frames);
         return;
     }
-    if (count == 2 && spans[0].base != spans[1].base && IsSingleDirectSection(*filters[0]) &&
-        IsSingleDirectSection(*filters[1]))
+    if (count == 2 && spans[0].base != spans[1].base && DirectSectionRegisters::Fits(*filters[0]) &&
+        DirectSectionRegisters::Fits(*filters[1]))
     {
         ProcessSingleSectionPair(*filters[0], *filters[1], spans, frames);
         return;
