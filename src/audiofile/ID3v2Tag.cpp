@@ -465,47 +465,70 @@ bool CID3v2Tag::ReadFrames(size_t start, size_t end, bool unsynchronised)
     return true;
 }
 
-void CID3v2Tag::DecodeFrame(CID3v2Frame& frame, bool unsynchronisedAlready)
+bool CID3v2Tag::UnpackFrame24(CID3v2Frame& frame, bool unsynchronisedAlready)
 {
     std::vector<uint8_t>& data = frame.Data;
     uint8_t& format = frame.Flags[1];
+    // Unsynchronisation was applied last, over everything behind the frame
+    // header, so it goes first; the whole tag's may already have covered it.
+    // The frame is rendered without it either way.
+    if ((format & kFrameUnsynchronised) != 0 && !unsynchronisedAlready)
+        data = RemoveUnsynchronisation(data.data(), data.size());
+    format &= static_cast<uint8_t>(~kFrameUnsynchronised);
+    if ((format & kFrameEncrypted) != 0)
+        return false;
+    // In front of the data: the group byte, then the data length indicator.
+    size_t prefix = (format & kFrameGrouped) != 0 ? 1 : 0;
+    size_t declared = 0;
+    if ((format & kFrameLengthIndicator) != 0)
+    {
+        if (data.size() < prefix + 4)
+            return false;
+        declared = Synchsafe(data.data() + prefix);
+        prefix += 4;
+    }
+    if (data.size() < prefix)
+        return false;
+    std::vector<uint8_t> payload(data.begin() + static_cast<ptrdiff_t>(prefix), data.end());
+    if ((format & kFrameCompressed) != 0 && !Inflate(payload, declared))
+        return false;
+    data.swap(payload);
+    format &= static_cast<uint8_t>(~(kFrameGrouped | kFrameLengthIndicator | kFrameCompressed));
+    return true;
+}
+
+bool CID3v2Tag::UnpackFrame23(CID3v2Frame& frame)
+{
+    std::vector<uint8_t>& data = frame.Data;
+    uint8_t& format = frame.Flags[1];
+    if ((format & kFrame23Encrypted) != 0)
+        return false;
+    // The header grows by what the flags add, in their order: the inflated
+    // size, then the group byte.
+    const bool compressed = (format & kFrame23Compressed) != 0;
+    const size_t prefix = (compressed ? 4 : 0) + ((format & kFrame23Grouped) != 0 ? 1 : 0);
+    if (data.size() < prefix)
+        return false;
+    const size_t declared = compressed ? BigEndian32(data.data()) : 0;
+    std::vector<uint8_t> payload(data.begin() + static_cast<ptrdiff_t>(prefix), data.end());
+    if (compressed && !Inflate(payload, declared))
+        return false;
+    data.swap(payload);
+    format &= static_cast<uint8_t>(~(kFrame23Compressed | kFrame23Grouped));
+    return true;
+}
+
+void CID3v2Tag::DecodeFrame(CID3v2Frame& frame, bool unsynchronisedAlready)
+{
     const int32_t major = header[3];
     bool readable = true;
     if (major == 4)
-    {
-        if ((format & kFrameGrouped) != 0 && !data.empty())
-            data.erase(data.begin());
-        // The whole tag's unsynchronisation has already covered the frame.
-        if ((format & kFrameUnsynchronised) != 0 && !unsynchronisedAlready)
-            data = RemoveUnsynchronisation(data.data(), data.size());
-        readable = (format & kFrameEncrypted) == 0;
-        size_t declared = 0;
-        if (readable && (format & kFrameLengthIndicator) != 0 && data.size() >= 4)
-        {
-            declared = Synchsafe(data.data());
-            data.erase(data.begin(), data.begin() + 4);
-        }
-        if (readable && (format & kFrameCompressed) != 0)
-            readable = Inflate(data, declared);
-        if (readable)
-            format &= static_cast<uint8_t>(
-                ~(kFrameGrouped | kFrameUnsynchronised | kFrameLengthIndicator | kFrameCompressed));
-    }
+        readable = UnpackFrame24(frame, unsynchronisedAlready);
     else if (major == 3)
-    {
-        readable = (format & kFrame23Encrypted) == 0;
-        if (readable && (format & kFrame23Compressed) != 0)
-        {
-            // The inflated size stands in front of the compressed data.
-            const size_t declared = data.size() >= 4 ? BigEndian32(data.data()) : 0;
-            data.erase(data.begin(), data.begin() + std::min<size_t>(4, data.size()));
-            readable = Inflate(data, declared);
-        }
-        if (readable && (format & kFrame23Grouped) != 0 && !data.empty())
-            data.erase(data.begin());
-        if (readable)
-            format &= static_cast<uint8_t>(~(kFrame23Compressed | kFrame23Grouped));
-    }
+        readable = UnpackFrame23(frame);
+    // A frame that cannot be read keeps its data and flags as they came, so
+    // that it is rendered again as it was.
+    std::vector<uint8_t>& data = frame.Data;
     frame.Kind = readable ? CID3v2Frame::KindOfId(frame.ID) : ID3KIND_NONE;
     if (frame.Kind == ID3KIND_NONE)
         return;
