@@ -35,6 +35,7 @@ constexpr uint8_t kFrame23Grouped = 0x20;
 // A compressed frame inflates into at most this many times its size.
 constexpr size_t kInflateFactor = 20;
 constexpr size_t kMaximumInflated = 1u << 28;
+constexpr size_t kInflateStep = 1u << 16;
 constexpr int64_t kSecondsPerDay = 86400;
 
 uint32_t Synchsafe(const uint8_t* bytes)
@@ -101,24 +102,33 @@ bool Inflate(std::vector<uint8_t>& data, size_t declaredSize)
         return false;
     // Text of one repeated letter inflates far beyond the usual factor; the
     // size the frame declares then gives the room, up to what a tag can hold.
-    const size_t room =
+    // The room is a bound, not an allocation: the output grows by what the
+    // stream really gives, since any frame may declare the largest size.
+    const size_t limit =
         std::max(data.size() * kInflateFactor, std::min(declaredSize, kMaximumInflated));
-    std::vector<uint8_t> out(room);
+    std::vector<uint8_t> out;
     z_stream stream{};
     if (inflateInit(&stream) != Z_OK)
         return false;
     stream.next_in = data.data();
     stream.avail_in = static_cast<uInt>(std::min<size_t>(data.size(), UINT_MAX));
-    stream.next_out = out.data();
-    stream.avail_out = static_cast<uInt>(std::min<size_t>(out.size(), UINT_MAX));
-    const int result = inflate(&stream, Z_FINISH);
-    const size_t produced = stream.total_out;
+    int result = Z_OK;
+    while (result == Z_OK && out.size() < limit)
+    {
+        const size_t before = out.size();
+        const size_t room = std::min(kInflateStep, limit - before);
+        out.resize(before + room);
+        stream.next_out = out.data() + before;
+        stream.avail_out = static_cast<uInt>(room);
+        result = inflate(&stream, Z_NO_FLUSH);
+        out.resize(before + room - stream.avail_out);
+    }
     inflateEnd(&stream);
-    // A stream cut short still gives what it inflated to: the buffer's
-    // bound is the writer's promise, not the reader's.
+    // A stream cut short still gives what it inflated to: the limit is the
+    // writer's promise, not the reader's.
     if (result != Z_STREAM_END && result != Z_BUF_ERROR && result != Z_OK)
         return false;
-    out.resize(produced);
+    out.shrink_to_fit();
     data.swap(out);
     return true;
 }

@@ -285,6 +285,12 @@ TEST(ID3v2Tag, CompressedFramesInflateThroughZlib)
     CID3v2Tag v23 =
         Parsed(Tag(3, 0, Frame("TIT2", Concat({{0, 0, 1, 0x2E}, compressed}), 3, false, 0x80)));
     EXPECT_EQ(Value(v23, u"Name"), std::string(300, 'z') + "!");
+    // A declared size is a bound, never room taken up front: any frame may
+    // declare the largest one.
+    CID3v2Tag boasting = Parsed(
+        Tag(4, 0, Frame("TIT2", Concat({{0x7F, 0x7F, 0x7F, 0x7F}, compressed}), 4, false, 0x09)));
+    EXPECT_EQ(Value(boasting, u"Name"), std::string(300, 'z') + "!");
+    EXPECT_LT(boasting.GetFrame(0).Data.capacity(), size_t{1} << 20);
     // Rendered again, the frame is stored plain.
     CID3v2Tag again = Parsed(Rendered(v24));
     EXPECT_EQ(again.GetFrame(0).FormatFlags(), 0);
