@@ -89,14 +89,6 @@ void ListPresets(CHeadphonesDSPPlugin& plugin)
     }
 }
 
-CLI::App* AddHeadphonesSubcommand(CLI::App& parent, CliContext& context, const char* name,
-                                  const char* description)
-{
-    CLI::App* command = parent.add_subcommand(name, description);
-    AddSharedOptions(*command, context);
-    return command;
-}
-
 }  // namespace
 
 void AddHeadphonesCommand(CLI::App& app, CliContext& context)
@@ -105,8 +97,8 @@ void AddHeadphonesCommand(CLI::App& app, CliContext& context)
         app.add_subcommand("headphones", "Show and choose the Headphones crossfeed preset");
     headphones->require_subcommand(1);
 
-    CLI::App* show = AddHeadphonesSubcommand(*headphones, context, "show",
-                                             "Show the preset and its three numbers");
+    CLI::App* show = AddSubcommandWithSharedOptions(*headphones, context, "show",
+                                                    "Show the preset and its three numbers");
     SetCommandAction(*show, context,
                      [&context]
                      {
@@ -114,8 +106,8 @@ void AddHeadphonesCommand(CLI::App& app, CliContext& context)
                          Show(session.Plugin());
                      });
 
-    CLI::App* presets = AddHeadphonesSubcommand(*headphones, context, "presets",
-                                                "List the six presets; * marks the zone's one");
+    CLI::App* presets = AddSubcommandWithSharedOptions(
+        *headphones, context, "presets", "List the six presets; * marks the zone's one");
     SetCommandAction(*presets, context,
                      [&context]
                      {
@@ -123,8 +115,8 @@ void AddHeadphonesCommand(CLI::App& app, CliContext& context)
                          ListPresets(session.Plugin());
                      });
 
-    CLI::App* preset =
-        AddHeadphonesSubcommand(*headphones, context, "preset", "Choose a preset for the zone");
+    CLI::App* preset = AddSubcommandWithSharedOptions(*headphones, context, "preset",
+                                                      "Choose a preset for the zone");
     auto name = std::make_shared<std::string>();
     preset
         ->add_option("NAME|INDEX", *name,

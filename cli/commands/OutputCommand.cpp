@@ -575,10 +575,10 @@ void AddOutputCommand(CLI::App& app, CliContext& context)
                                      "Output Format panel does");
     output->require_subcommand(1);
 
-    CLI::App* show =
-        output->add_subcommand("show", "Print the record by section and every control of the "
-                                       "panel: its choice, its entries, whether it is enabled");
-    AddSharedOptions(*show, context);
+    CLI::App* show = AddSubcommandWithSharedOptions(
+        *output, context, "show",
+        "Print the record by section and every control of the panel: its choice, its entries, "
+        "whether it is enabled");
     SetSettingsCommandAction(*show, context,
                              [&context]
                              {

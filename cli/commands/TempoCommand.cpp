@@ -134,14 +134,6 @@ void AddRowOptions(CLI::App& command, TempoOptions& options)
     }
 }
 
-CLI::App* AddTempoSubcommand(CLI::App& parent, CliContext& context, const char* name,
-                             const char* description)
-{
-    CLI::App* command = parent.add_subcommand(name, description);
-    AddSharedOptions(*command, context);
-    return command;
-}
-
 }  // namespace
 
 void AddTempoCommand(CLI::App& app, CliContext& context)
@@ -150,8 +142,8 @@ void AddTempoCommand(CLI::App& app, CliContext& context)
         app.add_subcommand("tempo", "Show and change the Tempo & Pitch settings of a zone");
     tempo->require_subcommand(1);
 
-    CLI::App* show = AddTempoSubcommand(*tempo, context, "show",
-                                        "Show tempo, pitch and rate as factors and control values");
+    CLI::App* show = AddSubcommandWithSharedOptions(
+        *tempo, context, "show", "Show tempo, pitch and rate as factors and control values");
     SetCommandAction(*show, context,
                      [&context]
                      {
@@ -159,8 +151,8 @@ void AddTempoCommand(CLI::App& app, CliContext& context)
                          Show(session.Plugin());
                      });
 
-    CLI::App* set = AddTempoSubcommand(*tempo, context, "set",
-                                       "Change tempo, pitch or rate; the others stay as they are");
+    CLI::App* set = AddSubcommandWithSharedOptions(
+        *tempo, context, "set", "Change tempo, pitch or rate; the others stay as they are");
     auto options = std::make_shared<TempoOptions>();
     AddRowOptions(*set, *options);
     SetCommandAction(*set, context,
@@ -186,8 +178,8 @@ void AddTempoCommand(CLI::App& app, CliContext& context)
                          Show(plugin);
                      });
 
-    CLI::App* reset =
-        AddTempoSubcommand(*tempo, context, "reset", "Set tempo, pitch and rate back to 1");
+    CLI::App* reset = AddSubcommandWithSharedOptions(*tempo, context, "reset",
+                                                     "Set tempo, pitch and rate back to 1");
     SetCommandAction(*reset, context,
                      [&context]
                      {
