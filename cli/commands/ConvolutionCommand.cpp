@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/commands/DemoChain.h"
 #include "cli/host/PluginChain.h"
@@ -118,19 +119,14 @@ class ConvolutionSession
 {
 public:
     explicit ConvolutionSession(const CliContext& context)
+        : convolution(context, DSPPLUGIN_CONVOLUTION, "Convolution")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_CONVOLUTION, &host, context.zone, false));
-        convolution = dynamic_cast<CConvolutionDSPPlugin*>(plugin.get());
-        if (convolution == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "Convolution is not part of this build");
     }
     CConvolutionDSPPlugin& Plugin() { return *convolution; }
     CAudioConvolution& Engine() { return convolution->GetConvolution(); }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CConvolutionDSPPlugin* convolution = nullptr;
+    CommandPlugin<CConvolutionDSPPlugin> convolution;
 };
 
 void PrintLatency(const CAudioConvolution& engine)

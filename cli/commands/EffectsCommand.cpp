@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "effects/EffectsDisplayDlg.h"
@@ -36,19 +37,15 @@ class EffectsSession
 {
 public:
     explicit EffectsSession(const CliContext& context)
+        : effects(context, DSPPLUGIN_EFFECTS, "the Effects plug-in")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_EFFECTS, &host, context.zone, false));
-        effects = dynamic_cast<CEffectsDSPPlugin*>(plugin.get());
-        if (effects == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "the Effects plug-in is not part of this build");
         effects->Command(DSPCMD_OPEN_PANEL, nullptr, nullptr);
     }
     ~EffectsSession()
     {
         // The plug-in saves when destroyed; here only the panel's changes are
         // written, so a look or a failed change leaves the store as it was.
-        if (effects != nullptr)
-            effects->SetOption(DSPOPT_TRANSIENT);
+        effects->SetOption(DSPOPT_TRANSIENT);
     }
     EffectsSession(const EffectsSession&) = delete;
     EffectsSession& operator=(const EffectsSession&) = delete;
@@ -64,9 +61,7 @@ public:
     }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CEffectsDSPPlugin* effects = nullptr;
+    CommandPlugin<CEffectsDSPPlugin> effects;
 };
 
 std::string Lower(std::string text)

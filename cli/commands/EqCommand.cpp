@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "effects/EqualizerDlg.h"
@@ -32,11 +33,8 @@ class EqSession
 {
 public:
     explicit EqSession(const CliContext& context)
+        : equalizer(context, DSPPLUGIN_EQUALIZER, "the Equalizer")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_EQUALIZER, &host, context.zone, false));
-        equalizer = dynamic_cast<CEqualizerDSPPlugin*>(plugin.get());
-        if (equalizer == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "the Equalizer is not part of this build");
         equalizer->Command(DSPCMD_OPEN_PANEL, nullptr, nullptr);
     }
     CEqualizerDSPPlugin& Plugin() { return *equalizer; }
@@ -64,9 +62,7 @@ public:
     }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CEqualizerDSPPlugin* equalizer = nullptr;
+    CommandPlugin<CEqualizerDSPPlugin> equalizer;
 };
 
 // A setting of 21 characters, or the older 11, each from "0" to "n".

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "effects/HeadphonesPlugin.h"
@@ -20,11 +21,8 @@ class HeadphonesSession
 {
 public:
     explicit HeadphonesSession(const CliContext& context)
+        : headphones(context, DSPPLUGIN_HEADPHONES, "the Headphones plug-in")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_HEADPHONES, &host, context.zone, false));
-        headphones = dynamic_cast<CHeadphonesDSPPlugin*>(plugin.get());
-        if (headphones == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "the Headphones plug-in is not part of this build");
         headphones->Command(DSPCMD_OPEN_PANEL, nullptr, nullptr);
     }
 
@@ -32,9 +30,7 @@ public:
     CHeadphonesDlg& Panel() { return *headphones->GetPanel(); }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CHeadphonesDSPPlugin* headphones = nullptr;
+    CommandPlugin<CHeadphonesDSPPlugin> headphones;
 };
 
 std::string Lower(std::string text)

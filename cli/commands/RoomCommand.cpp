@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "cli/host/SoundFile.h"
@@ -257,11 +258,8 @@ class RoomSession
 {
 public:
     explicit RoomSession(const CliContext& context, bool metric = false)
+        : room(context, DSPPLUGIN_ROOM_CORRECTION, "Room Correction")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_ROOM_CORRECTION, &host, context.zone, false));
-        room = dynamic_cast<CChannelsDSPPlugin*>(plugin.get());
-        if (room == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "Room Correction is not part of this build");
         room->SetMetric(metric);
     }
     CChannelsDSPPlugin& Plugin() { return *room; }
@@ -279,9 +277,7 @@ public:
     }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CChannelsDSPPlugin* room = nullptr;
+    CommandPlugin<CChannelsDSPPlugin> room;
 };
 
 // ---------------------------------------------------------------------------

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "effects/TempoPitchPlugin.h"
@@ -25,11 +26,8 @@ class TempoSession
 {
 public:
     explicit TempoSession(const CliContext& context)
+        : tempo(context, DSPPLUGIN_TEMPO_PITCH, "the Tempo & Pitch plug-in")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_TEMPO_PITCH, &host, context.zone, false));
-        tempo = dynamic_cast<CTempoPitchDSPPlugin*>(plugin.get());
-        if (tempo == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "the Tempo & Pitch plug-in is not part of this build");
     }
     CTempoPitchDSPPlugin& Plugin() { return *tempo; }
     void CheckSaved()
@@ -40,9 +38,7 @@ public:
     }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CTempoPitchDSPPlugin* tempo = nullptr;
+    CommandPlugin<CTempoPitchDSPPlugin> tempo;
 };
 
 // One row's value as given: a factor or a control value, or nothing.
