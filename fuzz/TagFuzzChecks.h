@@ -4,6 +4,7 @@
 // check, shared with the test that replays their kept inputs. A failed check
 // aborts, which libFuzzer reports as a crash with its input.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -82,7 +83,7 @@ inline void CheckTagWriting(const uint8_t* data, size_t size)
         const std::vector<uint8_t>& bytes = memory->GetBytes();
         Require(reader->GetDataSize() == static_cast<int64_t>(audio.size()),
                 "the data keeps its size");
-        Require(std::memcmp(bytes.data() + reader->GetDataStart(), audio.data(), audio.size()) == 0,
+        Require(std::equal(audio.begin(), audio.end(), bytes.begin() + reader->GetDataStart()),
                 "the audio bytes stay");
         if (riff || form)
         {

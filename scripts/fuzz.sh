@@ -5,8 +5,9 @@
 #                                               AudioReaders FileName ID3v2Tag TagWriting)
 #
 # SECONDS defaults to 60 per target. The build goes to $QVDSP_FUZZ_BUILD
-# (default build/fuzz); $QVDSP_BUILD_COMMAND replaces "cmake --build" when
-# builds must go through a wrapper. Corpora grow in the build folder, seeded
+# (default build/fuzz); when builds must go through a wrapper,
+# $QVDSP_BUILD_COMMAND names it: it is called as `COMMAND BUILD_DIR TARGET...`
+# (for example QVDSP_BUILD_COMMAND=/work/tools/qbuild). Corpora grow in the build folder, seeded
 # from fuzz/corpus; inputs that crash a target land in <build>/artifacts/.
 # Exits 1 when a target found a failure.
 set -euo pipefail
@@ -17,7 +18,16 @@ seconds=${1:-60}
 targets=("$@")
 [[ ${#targets[@]} -eq 0 ]] && targets=(XmlReader LoadXml TokenReader AudioReaders FileName ID3v2Tag TagWriting)
 build=${QVDSP_FUZZ_BUILD:-build/fuzz}
-build_command=${QVDSP_BUILD_COMMAND:-cmake --build}
+
+build_targets() {
+  local dir=$1
+  shift
+  if [[ -n ${QVDSP_BUILD_COMMAND:-} ]]; then
+    $QVDSP_BUILD_COMMAND "$dir" "$@"
+  else
+    cmake --build "$dir" --target "$@"
+  fi
+}
 
 if ! command -v clang++ > /dev/null; then
   echo "fuzz.sh: clang is needed. Install it with: apt-get install -y clang libclang-rt-14-dev" >&2
@@ -31,7 +41,7 @@ fi
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DQVDSP_FUZZ=ON -DQVDSP_TESTS=OFF -DQVDSP_BENCHMARKS=OFF > /dev/null
-$build_command "$build" --target "${targets[@]/#/fuzz_}"
+build_targets "$build" "${targets[@]/#/fuzz_}"
 
 failed=0
 for target in "${targets[@]}"; do

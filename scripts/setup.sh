@@ -9,6 +9,7 @@ packages=(
   libcli11-dev nlohmann-json3-dev
   libfftw3-dev libsndfile1-dev libsoxr-dev libsoundtouch-dev zlib1g-dev
   clang-format
+  clang libclang-rt-14-dev  # the libFuzzer targets (scripts/fuzz.sh)
   hyperfine ffmpeg soundstretch  # speed compared side by side with peer tools
 )
 

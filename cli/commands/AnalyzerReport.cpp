@@ -1,5 +1,6 @@
 #include "cli/commands/AnalyzerReport.h"
 
+#include "cli/commands/Commands.h"
 #include "cli/host/CliError.h"
 #include "cli/host/SoundFile.h"
 #include "frame/PluginFactory.h"
@@ -26,23 +27,6 @@ class DiscardingSink final : public IQVDSPSink
 public:
     void Output(double*, int32_t) override {}
 };
-
-std::string Escaped(const std::string& text)
-{
-    std::string result;
-    for (char c : text)
-    {
-        switch (c)
-        {
-        case '<': result += "&lt;"; break;
-        case '>': result += "&gt;"; break;
-        case '&': result += "&amp;"; break;
-        case '"': result += "&quot;"; break;
-        default: result += c;
-        }
-    }
-    return result;
-}
 
 std::string Colour(uint32_t rgb)
 {
@@ -359,7 +343,7 @@ std::string AnalyzerSvg(CAnalyzerDlg& panel, const AnalyzerPictureSize& size)
     for (const CAnalyzerTrace& trace : panel.GetTraces())
     {
         svg += "<polyline data-trace=\"" + std::to_string(trace.index) + "\" data-name=\"" +
-               Escaped(TraceName(frame.Format, trace.index)) + "\" stroke=\"" +
+               EscapeMarkup(TraceName(frame.Format, trace.index)) + "\" stroke=\"" +
                Colour(trace.colour) + "\" points=\"";
         for (size_t x = 0; x < trace.rows.size(); ++x)
             svg += (x ? " " : "") + Pixel(plot.left + static_cast<double>(x) + 0.5) + "," +
@@ -374,9 +358,10 @@ std::string AnalyzerSvg(CAnalyzerDlg& panel, const AnalyzerPictureSize& size)
     for (const MarkupRun& run : SplitMarkup(panel.GetLevelLine().ToUTF8()))
     {
         if (run.colour.empty())
-            svg += Escaped(run.text);
+            svg += EscapeMarkup(run.text);
         else
-            svg += "<tspan fill=\"#" + Escaped(run.colour) + "\">" + Escaped(run.text) + "</tspan>";
+            svg += "<tspan fill=\"#" + EscapeMarkup(run.colour) + "\">" + EscapeMarkup(run.text) +
+                   "</tspan>";
     }
     svg += "</text>\n</svg>\n";
     return svg;

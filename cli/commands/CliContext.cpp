@@ -90,6 +90,14 @@ void AddSharedOptions(CLI::App& command, CliContext& context)
         "Settings file (default: $QVDSP_SETTINGS, else $XDG_CONFIG_HOME/quovan/dsp-settings.json)");
 }
 
+CLI::App* AddSubcommandWithSharedOptions(CLI::App& parent, CliContext& context,
+                                         const std::string& name, const std::string& description)
+{
+    CLI::App* command = parent.add_subcommand(name, description);
+    AddSharedOptions(*command, context);
+    return command;
+}
+
 void SetCommandAction(CLI::App& command, CliContext& context, std::function<void()> action)
 {
     command.callback([&context, action = std::move(action)] { context.action = action; });
@@ -166,6 +174,23 @@ std::string EscapeControls(const std::string& text)
         escaped += kHex[byte & 15];
     }
     return escaped;
+}
+
+std::string EscapeMarkup(const std::string& text)
+{
+    std::string result;
+    for (char c : text)
+    {
+        switch (c)
+        {
+        case '<': result += "&lt;"; break;
+        case '>': result += "&gt;"; break;
+        case '&': result += "&amp;"; break;
+        case '"': result += "&quot;"; break;
+        default: result += c;
+        }
+    }
+    return result;
 }
 
 std::string ReadUserFile(const std::string& path, size_t limit)

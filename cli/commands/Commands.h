@@ -34,6 +34,9 @@ struct CliContext
 
 // Adds --zone N and --settings FILE to a command that creates plug-ins.
 void AddSharedOptions(CLI::App& command, CliContext& context);
+// A subcommand of `parent` that creates plug-ins, with those options.
+CLI::App* AddSubcommandWithSharedOptions(CLI::App& parent, CliContext& context,
+                                         const std::string& name, const std::string& description);
 // The command's action runs after parsing, only if this command was chosen.
 void SetCommandAction(CLI::App& command, CliContext& context, std::function<void()> action);
 // The same for a command that edits settings: everything it reads and writes
@@ -49,6 +52,9 @@ bool IsDecimalText(const std::string& text, bool integer);
 // Text from a user's file fit to echo on a terminal: control characters
 // and bytes that are not UTF-8 become escapes such as \x1b.
 std::string EscapeControls(const std::string& text);
+
+// Text placed in SVG or XML, in an element or a quoted attribute.
+std::string EscapeMarkup(const std::string& text);
 
 // The whole of a user's file, at most limit bytes; a CliError naming the file
 // and the reason otherwise (a folder, a missing file, one that is too large).

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/commands/DemoChain.h"
 #include "cli/host/PluginChain.h"
@@ -118,19 +119,14 @@ class ConvolutionSession
 {
 public:
     explicit ConvolutionSession(const CliContext& context)
+        : convolution(context, DSPPLUGIN_CONVOLUTION, "Convolution")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_CONVOLUTION, &host, context.zone, false));
-        convolution = dynamic_cast<CConvolutionDSPPlugin*>(plugin.get());
-        if (convolution == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "Convolution is not part of this build");
     }
     CConvolutionDSPPlugin& Plugin() { return *convolution; }
     CAudioConvolution& Engine() { return convolution->GetConvolution(); }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CConvolutionDSPPlugin* convolution = nullptr;
+    CommandPlugin<CConvolutionDSPPlugin> convolution;
 };
 
 void PrintLatency(const CAudioConvolution& engine)
@@ -274,14 +270,6 @@ void Check(const CliContext& context, const ConvolutionOptions& options)
     std::printf("Valid.\n");
 }
 
-CLI::App* AddSubcommand(CLI::App& parent, CliContext& context, const char* name,
-                        const char* description)
-{
-    CLI::App* command = parent.add_subcommand(name, description);
-    AddSharedOptions(*command, context);
-    return command;
-}
-
 void AddStreamOptions(CLI::App& command, ConvolutionOptions& o)
 {
     command.add_option("--channels", o.channels, "Channels of the stream, 1 to 64")
@@ -371,14 +359,15 @@ void AddConvolutionCommand(CLI::App& app, CliContext& context)
     auto options = std::make_shared<ConvolutionOptions>();
     ConvolutionOptions& o = *options;
 
-    CLI::App* show = AddSubcommand(*conv, context, "show",
-                                   "The settings, and the status and latency after a load at a "
-                                   "format");
+    CLI::App* show =
+        AddSubcommandWithSharedOptions(*conv, context, "show",
+                                       "The settings, and the status and latency after a load at a "
+                                       "format");
     AddStreamOptions(*show, o);
     SetCommandAction(*show, context, [&context, options] { Show(context, *options); });
 
-    CLI::App* set = AddSubcommand(*conv, context, "set",
-                                  "Choose the filter, as the panel's field does (\"\" for none)");
+    CLI::App* set = AddSubcommandWithSharedOptions(
+        *conv, context, "set", "Choose the filter, as the panel's field does (\"\" for none)");
     set->add_option("FILTER", o.filter,
                     "Impulse audio file or convolver configuration (.txt, .cfg)")
         ->required();
@@ -395,23 +384,24 @@ void AddConvolutionCommand(CLI::App& app, CliContext& context)
     };
     for (const auto& entry : switches)
     {
-        CLI::App* command = AddSubcommand(*conv, context, entry.name, entry.description);
+        CLI::App* command =
+            AddSubcommandWithSharedOptions(*conv, context, entry.name, entry.description);
         command->add_option("STATE", o.state, "on or off")->required();
         const char* name = entry.name;
         SetCommandAction(*command, context,
                          [&context, options, name] { SetSwitch(context, *options, name); });
     }
 
-    CLI::App* choices =
-        AddSubcommand(*conv, context, "choices", "The recent filters, newest first");
+    CLI::App* choices = AddSubcommandWithSharedOptions(*conv, context, "choices",
+                                                       "The recent filters, newest first");
     SetCommandAction(*choices, context, [&context] { Choices(context); });
 
-    CLI::App* reset =
-        AddSubcommand(*conv, context, "reset", "Clear the recent filters and the chosen filter");
+    CLI::App* reset = AddSubcommandWithSharedOptions(
+        *conv, context, "reset", "Clear the recent filters and the chosen filter");
     SetCommandAction(*reset, context, [&context] { Reset(context); });
 
-    CLI::App* check = AddSubcommand(*conv, context, "check",
-                                    "Load a filter at a format and list its paths and problems");
+    CLI::App* check = AddSubcommandWithSharedOptions(
+        *conv, context, "check", "Load a filter at a format and list its paths and problems");
     check->add_option("FILTER", o.filter, "Impulse audio file or convolver configuration")
         ->required();
     AddStreamOptions(*check, o);

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "effects/EffectsDisplayDlg.h"
@@ -36,19 +37,15 @@ class EffectsSession
 {
 public:
     explicit EffectsSession(const CliContext& context)
+        : effects(context, DSPPLUGIN_EFFECTS, "the Effects plug-in")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_EFFECTS, &host, context.zone, false));
-        effects = dynamic_cast<CEffectsDSPPlugin*>(plugin.get());
-        if (effects == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "the Effects plug-in is not part of this build");
         effects->Command(DSPCMD_OPEN_PANEL, nullptr, nullptr);
     }
     ~EffectsSession()
     {
         // The plug-in saves when destroyed; here only the panel's changes are
         // written, so a look or a failed change leaves the store as it was.
-        if (effects != nullptr)
-            effects->SetOption(DSPOPT_TRANSIENT);
+        effects->SetOption(DSPOPT_TRANSIENT);
     }
     EffectsSession(const EffectsSession&) = delete;
     EffectsSession& operator=(const EffectsSession&) = delete;
@@ -64,9 +61,7 @@ public:
     }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CEffectsDSPPlugin* effects = nullptr;
+    CommandPlugin<CEffectsDSPPlugin> effects;
 };
 
 std::string Lower(std::string text)
@@ -241,20 +236,12 @@ void List(Dlg& panel)
     }
 }
 
-CLI::App* AddEffectsSubcommand(CLI::App& effects, CliContext& context, const char* name,
-                               const char* description)
-{
-    CLI::App* command = effects.add_subcommand(name, description);
-    AddSharedOptions(*command, context);
-    return command;
-}
-
 // A subcommand that picks an entry of one list.
 void AddChoiceCommand(CLI::App& effects, CliContext& context,
                       const std::shared_ptr<EffectsOptions>& options, const char* name,
                       const char* description, const char* argumentHelp, Dlg::EGroup group)
 {
-    CLI::App* command = AddEffectsSubcommand(effects, context, name, description);
+    CLI::App* command = AddSubcommandWithSharedOptions(effects, context, name, description);
     command->add_option("NAME|INDEX", options->choice, argumentHelp)->required();
     SetSettingsCommandAction(*command, context,
                              [&context, options, group]
@@ -278,7 +265,7 @@ void AddEffectsCommand(CLI::App& app, CliContext& context)
     effects->require_subcommand(1);
     auto options = std::make_shared<EffectsOptions>();
 
-    CLI::App* show = AddEffectsSubcommand(
+    CLI::App* show = AddSubcommandWithSharedOptions(
         *effects, context, "show", "Show the environment, the amount, the subwoofer and the field");
     SetSettingsCommandAction(*show, context,
                              [&context]
@@ -287,8 +274,8 @@ void AddEffectsCommand(CLI::App& app, CliContext& context)
                                  Show(session.Panel());
                              });
 
-    CLI::App* list = AddEffectsSubcommand(*effects, context, "list",
-                                          "List the three tables; * marks the zone's choice");
+    CLI::App* list = AddSubcommandWithSharedOptions(
+        *effects, context, "list", "List the three tables; * marks the zone's choice");
     SetSettingsCommandAction(*list, context,
                              [&context]
                              {
@@ -309,7 +296,7 @@ void AddEffectsCommand(CLI::App& app, CliContext& context)
                      Dlg::GROUP_SURROUND);
 
     CLI::App* amount =
-        AddEffectsSubcommand(*effects, context, "amount", "Set how much reverb is heard");
+        AddSubcommandWithSharedOptions(*effects, context, "amount", "Set how much reverb is heard");
     amount
         ->add_option("AMOUNT", options->amount,
                      "1 to 10, rounded to a whole number as the panel's control does")
@@ -329,8 +316,8 @@ void AddEffectsCommand(CLI::App& app, CliContext& context)
             Show(session.Panel());
         });
 
-    CLI::App* off = AddEffectsSubcommand(*effects, context, "off",
-                                         "Set the environment, subwoofer and field to (none)");
+    CLI::App* off = AddSubcommandWithSharedOptions(
+        *effects, context, "off", "Set the environment, subwoofer and field to (none)");
     SetSettingsCommandAction(
         *off, context,
         [&context]

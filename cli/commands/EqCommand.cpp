@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "effects/EqualizerDlg.h"
@@ -32,11 +33,8 @@ class EqSession
 {
 public:
     explicit EqSession(const CliContext& context)
+        : equalizer(context, DSPPLUGIN_EQUALIZER, "the Equalizer")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_EQUALIZER, &host, context.zone, false));
-        equalizer = dynamic_cast<CEqualizerDSPPlugin*>(plugin.get());
-        if (equalizer == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "the Equalizer is not part of this build");
         equalizer->Command(DSPCMD_OPEN_PANEL, nullptr, nullptr);
     }
     CEqualizerDSPPlugin& Plugin() { return *equalizer; }
@@ -64,9 +62,7 @@ public:
     }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CEqualizerDSPPlugin* equalizer = nullptr;
+    CommandPlugin<CEqualizerDSPPlugin> equalizer;
 };
 
 // A setting of 21 characters, or the older 11, each from "0" to "n".
@@ -137,13 +133,6 @@ void ListPresets(EqSession& session)
     }
 }
 
-CLI::App* AddEqSubcommand(CLI::App& eq, CliContext& context, const char* name,
-                          const char* description)
-{
-    CLI::App* command = eq.add_subcommand(name, description);
-    AddSharedOptions(*command, context);
-    return command;
-}
 }  // namespace
 
 void AddEqCommand(CLI::App& app, CliContext& context)
@@ -153,8 +142,8 @@ void AddEqCommand(CLI::App& app, CliContext& context)
     auto options = std::make_shared<EqOptions>();
     EqOptions& o = *options;
 
-    CLI::App* show =
-        AddEqSubcommand(*eq, context, "show", "Show the setting, the preset and every gain in dB");
+    CLI::App* show = AddSubcommandWithSharedOptions(
+        *eq, context, "show", "Show the setting, the preset and every gain in dB");
     SetSettingsCommandAction(*show, context,
                              [&context]
                              {
@@ -162,7 +151,8 @@ void AddEqCommand(CLI::App& app, CliContext& context)
                                  Show(session);
                              });
 
-    CLI::App* set = AddEqSubcommand(*eq, context, "set", "Set all gains at once by a setting text");
+    CLI::App* set = AddSubcommandWithSharedOptions(*eq, context, "set",
+                                                   "Set all gains at once by a setting text");
     set->add_option("SETTING", o.setting,
                     "21 characters (or the older 11) from \"0\" (+12 dB) over \"O\" (0 dB) "
                     "to \"n\" (-12 dB), preamp first")
@@ -180,8 +170,8 @@ void AddEqCommand(CLI::App& app, CliContext& context)
                                  Show(session);
                              });
 
-    CLI::App* band = AddEqSubcommand(*eq, context, "band",
-                                     "Move the slider of band N (1 = 31.25 Hz ... 20 = 20 kHz)");
+    CLI::App* band = AddSubcommandWithSharedOptions(
+        *eq, context, "band", "Move the slider of band N (1 = 31.25 Hz ... 20 = 20 kHz)");
     band->add_option("N", o.band, "Band number, 1 to 20")->required();
     band->add_option("DB", o.gain, "Gain in dB, -12 to 12, on the sliders' 0.5 dB grid")
         ->required();
@@ -199,7 +189,8 @@ void AddEqCommand(CLI::App& app, CliContext& context)
             Show(session);
         });
 
-    CLI::App* preamp = AddEqSubcommand(*eq, context, "preamp", "Move the preamp's slider");
+    CLI::App* preamp =
+        AddSubcommandWithSharedOptions(*eq, context, "preamp", "Move the preamp's slider");
     preamp->add_option("DB", o.gain, "Gain in dB, -12 to 12")->required();
     SetSettingsCommandAction(*preamp, context,
                              [&context, options]
@@ -211,8 +202,8 @@ void AddEqCommand(CLI::App& app, CliContext& context)
                                  Show(session);
                              });
 
-    CLI::App* preset =
-        AddEqSubcommand(*eq, context, "preset", "Select a preset by name (any case)");
+    CLI::App* preset = AddSubcommandWithSharedOptions(*eq, context, "preset",
+                                                      "Select a preset by name (any case)");
     preset->add_option("NAME", o.name, "Preset name")->required();
     SetSettingsCommandAction(*preset, context,
                              [&context, options]
@@ -223,8 +214,8 @@ void AddEqCommand(CLI::App& app, CliContext& context)
                                  Show(session);
                              });
 
-    CLI::App* presets =
-        AddEqSubcommand(*eq, context, "presets", "List the presets (shared by all zones)");
+    CLI::App* presets = AddSubcommandWithSharedOptions(*eq, context, "presets",
+                                                       "List the presets (shared by all zones)");
     SetSettingsCommandAction(*presets, context,
                              [&context]
                              {
@@ -232,8 +223,8 @@ void AddEqCommand(CLI::App& app, CliContext& context)
                                  ListPresets(session);
                              });
 
-    CLI::App* savePreset = AddEqSubcommand(*eq, context, "save-preset",
-                                           "Save the current setting as a preset and select it");
+    CLI::App* savePreset = AddSubcommandWithSharedOptions(
+        *eq, context, "save-preset", "Save the current setting as a preset and select it");
     savePreset
         ->add_option("NAME", o.name, "Preset name; an existing preset of that name is replaced")
         ->required();
@@ -249,7 +240,8 @@ void AddEqCommand(CLI::App& app, CliContext& context)
                                  ListPresets(session);
                              });
 
-    CLI::App* deletePreset = AddEqSubcommand(*eq, context, "delete-preset", "Delete a preset");
+    CLI::App* deletePreset =
+        AddSubcommandWithSharedOptions(*eq, context, "delete-preset", "Delete a preset");
     deletePreset->add_option("NAME", o.name, "Preset name (any case)")->required();
     SetSettingsCommandAction(*deletePreset, context,
                              [&context, options]
@@ -261,8 +253,8 @@ void AddEqCommand(CLI::App& app, CliContext& context)
                                  ListPresets(session);
                              });
 
-    CLI::App* reset =
-        AddEqSubcommand(*eq, context, "reset-presets", "Replace all presets by the default ones");
+    CLI::App* reset = AddSubcommandWithSharedOptions(*eq, context, "reset-presets",
+                                                     "Replace all presets by the default ones");
     SetSettingsCommandAction(*reset, context,
                              [&context]
                              {

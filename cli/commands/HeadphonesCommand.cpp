@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "effects/HeadphonesPlugin.h"
@@ -20,11 +21,8 @@ class HeadphonesSession
 {
 public:
     explicit HeadphonesSession(const CliContext& context)
+        : headphones(context, DSPPLUGIN_HEADPHONES, "the Headphones plug-in")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_HEADPHONES, &host, context.zone, false));
-        headphones = dynamic_cast<CHeadphonesDSPPlugin*>(plugin.get());
-        if (headphones == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "the Headphones plug-in is not part of this build");
         headphones->Command(DSPCMD_OPEN_PANEL, nullptr, nullptr);
     }
 
@@ -32,9 +30,7 @@ public:
     CHeadphonesDlg& Panel() { return *headphones->GetPanel(); }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CHeadphonesDSPPlugin* headphones = nullptr;
+    CommandPlugin<CHeadphonesDSPPlugin> headphones;
 };
 
 std::string Lower(std::string text)
@@ -89,14 +85,6 @@ void ListPresets(CHeadphonesDSPPlugin& plugin)
     }
 }
 
-CLI::App* AddHeadphonesSubcommand(CLI::App& parent, CliContext& context, const char* name,
-                                  const char* description)
-{
-    CLI::App* command = parent.add_subcommand(name, description);
-    AddSharedOptions(*command, context);
-    return command;
-}
-
 }  // namespace
 
 void AddHeadphonesCommand(CLI::App& app, CliContext& context)
@@ -105,8 +93,8 @@ void AddHeadphonesCommand(CLI::App& app, CliContext& context)
         app.add_subcommand("headphones", "Show and choose the Headphones crossfeed preset");
     headphones->require_subcommand(1);
 
-    CLI::App* show = AddHeadphonesSubcommand(*headphones, context, "show",
-                                             "Show the preset and its three numbers");
+    CLI::App* show = AddSubcommandWithSharedOptions(*headphones, context, "show",
+                                                    "Show the preset and its three numbers");
     SetCommandAction(*show, context,
                      [&context]
                      {
@@ -114,8 +102,8 @@ void AddHeadphonesCommand(CLI::App& app, CliContext& context)
                          Show(session.Plugin());
                      });
 
-    CLI::App* presets = AddHeadphonesSubcommand(*headphones, context, "presets",
-                                                "List the six presets; * marks the zone's one");
+    CLI::App* presets = AddSubcommandWithSharedOptions(
+        *headphones, context, "presets", "List the six presets; * marks the zone's one");
     SetCommandAction(*presets, context,
                      [&context]
                      {
@@ -123,8 +111,8 @@ void AddHeadphonesCommand(CLI::App& app, CliContext& context)
                          ListPresets(session.Plugin());
                      });
 
-    CLI::App* preset =
-        AddHeadphonesSubcommand(*headphones, context, "preset", "Choose a preset for the zone");
+    CLI::App* preset = AddSubcommandWithSharedOptions(*headphones, context, "preset",
+                                                      "Choose a preset for the zone");
     auto name = std::make_shared<std::string>();
     preset
         ->add_option("NAME|INDEX", *name,

@@ -8,9 +8,8 @@
 
 void AddListCommand(CLI::App& app, CliContext& context)
 {
-    CLI::App* command =
-        app.add_subcommand("list", "List the plug-ins as INDEX<TAB>NAME, in index order");
-    AddSharedOptions(*command, context);
+    CLI::App* command = AddSubcommandWithSharedOptions(
+        app, context, "list", "List the plug-ins as INDEX<TAB>NAME, in index order");
     SetCommandAction(*command, context,
                      [&context]
                      {

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "frame/PluginFactory.h"
@@ -384,11 +385,8 @@ class OutputSession
 {
 public:
     explicit OutputSession(const CliContext& context)
+        : output(context, DSPPLUGIN_OUTPUT_FORMAT, "Output Format")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_OUTPUT_FORMAT, &host, context.zone, false));
-        output = dynamic_cast<COutputFormatDSPPlugin*>(plugin.get());
-        if (output == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "Output Format is not part of this build");
     }
     COutputFormatDSPPlugin& Plugin() { return *output; }
     COutputFormatDlg& OpenPanel()
@@ -398,9 +396,7 @@ public:
     }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    COutputFormatDSPPlugin* output = nullptr;
+    CommandPlugin<COutputFormatDSPPlugin> output;
 };
 
 void PrintValue(const char* name, const std::string& value)
@@ -575,10 +571,10 @@ void AddOutputCommand(CLI::App& app, CliContext& context)
                                      "Output Format panel does");
     output->require_subcommand(1);
 
-    CLI::App* show =
-        output->add_subcommand("show", "Print the record by section and every control of the "
-                                       "panel: its choice, its entries, whether it is enabled");
-    AddSharedOptions(*show, context);
+    CLI::App* show = AddSubcommandWithSharedOptions(
+        *output, context, "show",
+        "Print the record by section and every control of the panel: its choice, its entries, "
+        "whether it is enabled");
     SetSettingsCommandAction(*show, context,
                              [&context]
                              {

@@ -1,6 +1,8 @@
 // The SVG drawing of a measured response: plain SVG 1.1 that any browser shows.
 #include "cli/commands/PeqResponse.h"
 
+#include "cli/commands/Commands.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -21,23 +23,6 @@ std::string Number(double value)
     char text[32];
     std::snprintf(text, sizeof text, "%.1f", value);
     return text;
-}
-
-std::string Escaped(const std::string& text)
-{
-    std::string result;
-    for (char c : text)
-    {
-        switch (c)
-        {
-        case '<': result += "&lt;"; break;
-        case '>': result += "&gt;"; break;
-        case '&': result += "&amp;"; break;
-        case '"': result += "&quot;"; break;
-        default: result += c;
-        }
-    }
-    return result;
 }
 
 struct Axes
@@ -115,7 +100,7 @@ void AddTraces(std::string& svg, const MagnitudeResponse& response, const Axes& 
     {
         const ChannelResponse& channel = response.channels[c];
         const char* colour = kColours[c % std::size(kColours)];
-        svg += "<polyline class=\"trace\" data-channel=\"" + Escaped(channel.name) +
+        svg += "<polyline class=\"trace\" data-channel=\"" + EscapeMarkup(channel.name) +
                "\" fill=\"none\" stroke=\"" + colour + "\" stroke-width=\"2\" stroke-dasharray=\"" +
                kDashes[c % std::size(kDashes)] + "\" points=\"";
         for (size_t i = 0; i < response.frequencies.size(); ++i)
@@ -129,7 +114,7 @@ void AddTraces(std::string& svg, const MagnitudeResponse& response, const Axes& 
                "\" stroke-width=\"3\" stroke-dasharray=\"" + kDashes[c % std::size(kDashes)] +
                "\"/>\n";
         svg += "<text x=\"" + Number(x + 32) + "\" y=\"" + Number(y + 4) + "\" font-size=\"13\">" +
-               Escaped(channel.name) + "</text>\n";
+               EscapeMarkup(channel.name) + "</text>\n";
     }
 }
 

@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "cli/host/SoundFile.h"
@@ -257,11 +258,8 @@ class RoomSession
 {
 public:
     explicit RoomSession(const CliContext& context, bool metric = false)
+        : room(context, DSPPLUGIN_ROOM_CORRECTION, "Room Correction")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_ROOM_CORRECTION, &host, context.zone, false));
-        room = dynamic_cast<CChannelsDSPPlugin*>(plugin.get());
-        if (room == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "Room Correction is not part of this build");
         room->SetMetric(metric);
     }
     CChannelsDSPPlugin& Plugin() { return *room; }
@@ -279,9 +277,7 @@ public:
     }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CChannelsDSPPlugin* room = nullptr;
+    CommandPlugin<CChannelsDSPPlugin> room;
 };
 
 // ---------------------------------------------------------------------------
@@ -629,14 +625,6 @@ void Tone(const CliContext& context, const RoomOptions& options)
                 served, options.channels, options.rate, DbText(rms).c_str());
 }
 
-CLI::App* AddRoomSubcommand(CLI::App& room, CliContext& context, const char* name,
-                            const char* description)
-{
-    CLI::App* command = room.add_subcommand(name, description);
-    AddSharedOptions(*command, context);
-    return command;
-}
-
 void AddStreamOptions(CLI::App& command, RoomOptions& o)
 {
     command.add_option("--channels", o.channels, "Channels of the stream, 1 to 64")
@@ -660,7 +648,7 @@ void AddRoomCommand(CLI::App& app, CliContext& context)
     RoomOptions& o = *options;
     const std::string speakerHelp = "Speaker: " + SpeakerList();
 
-    CLI::App* show = AddRoomSubcommand(
+    CLI::App* show = AddSubcommandWithSharedOptions(
         *room, context, "show",
         "The eight speakers, then what the engine makes of a stream of --channels at --rate");
     AddStreamOptions(*show, o);
@@ -668,11 +656,11 @@ void AddRoomCommand(CLI::App& app, CliContext& context)
     show->add_flag("--json", o.json, "The same as JSON");
     SetSettingsCommandAction(*show, context, [&context, options] { Show(context, *options); });
 
-    CLI::App* set =
-        AddRoomSubcommand(*room, context, "set",
-                          "Set a speaker's values as its panel would: level=DB "
-                          "distance=FEET|METRESm polarity=normal|reverse "
-                          "crossover=HZ hp-slope=N lp-slope=N routing=remove|move|copy");
+    CLI::App* set = AddSubcommandWithSharedOptions(
+        *room, context, "set",
+        "Set a speaker's values as its panel would: level=DB "
+        "distance=FEET|METRESm polarity=normal|reverse "
+        "crossover=HZ hp-slope=N lp-slope=N routing=remove|move|copy");
     set->add_option("SPEAKER", o.speaker, speakerHelp)->required();
     set->add_option("SETTINGS", o.assignments,
                     "KEY=VALUE ...: level -20 to 20 dB; distance 0 to 100 ft, or m when it ends "
@@ -682,7 +670,7 @@ void AddRoomCommand(CLI::App& app, CliContext& context)
     AddMetricFlag(*set, o);
     SetSettingsCommandAction(*set, context, [&context, options] { Set(context, *options); });
 
-    CLI::App* levels = AddRoomSubcommand(
+    CLI::App* levels = AddSubcommandWithSharedOptions(
         *room, context, "levels",
         "Set every speaker's level from sound level meter readings of its calibration tone");
     levels
@@ -693,7 +681,7 @@ void AddRoomCommand(CLI::App& app, CliContext& context)
     AddMetricFlag(*levels, o);
     SetSettingsCommandAction(*levels, context, [&context, options] { Levels(context, *options); });
 
-    CLI::App* tone = AddRoomSubcommand(
+    CLI::App* tone = AddSubcommandWithSharedOptions(
         *room, context, "tone",
         "Render a speaker's calibration noise through the plug-in (silence in) to an audio file");
     tone->add_option("SPEAKER", o.speaker, speakerHelp)->required();
@@ -706,8 +694,8 @@ void AddRoomCommand(CLI::App& app, CliContext& context)
         ->capture_default_str();
     SetCommandAction(*tone, context, [&context, options] { Tone(context, *options); });
 
-    CLI::App* reset = AddRoomSubcommand(*room, context, "reset",
-                                        "Put a speaker, or all, back to the stored defaults");
+    CLI::App* reset = AddSubcommandWithSharedOptions(
+        *room, context, "reset", "Put a speaker, or all, back to the stored defaults");
     reset->add_option("SPEAKER", o.speaker, speakerHelp + ", or all")->required();
     AddMetricFlag(*reset, o);
     SetSettingsCommandAction(*reset, context, [&context, options] { Reset(context, *options); });

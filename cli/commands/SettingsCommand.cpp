@@ -263,8 +263,7 @@ void Delete(const SettingsArguments& arguments)
 CLI::App* AddSettingsAction(CLI::App& settings, CliContext& context, const std::string& name,
                             const std::string& description, std::function<void()> action)
 {
-    CLI::App* command = settings.add_subcommand(name, description);
-    AddSharedOptions(*command, context);
+    CLI::App* command = AddSubcommandWithSharedOptions(settings, context, name, description);
     SetSettingsCommandAction(*command, context, std::move(action));
     return command;
 }

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/host/PluginChain.h"
 #include "effects/TempoPitchPlugin.h"
@@ -25,11 +26,8 @@ class TempoSession
 {
 public:
     explicit TempoSession(const CliContext& context)
+        : tempo(context, DSPPLUGIN_TEMPO_PITCH, "the Tempo & Pitch plug-in")
     {
-        plugin.reset(CreateDSPPlugin(DSPPLUGIN_TEMPO_PITCH, &host, context.zone, false));
-        tempo = dynamic_cast<CTempoPitchDSPPlugin*>(plugin.get());
-        if (tempo == nullptr)
-            throw CliError(CLI_EXIT_FAILED, "the Tempo & Pitch plug-in is not part of this build");
     }
     CTempoPitchDSPPlugin& Plugin() { return *tempo; }
     void CheckSaved()
@@ -40,9 +38,7 @@ public:
     }
 
 private:
-    CliHost host;
-    PluginPointer plugin;
-    CTempoPitchDSPPlugin* tempo = nullptr;
+    CommandPlugin<CTempoPitchDSPPlugin> tempo;
 };
 
 // One row's value as given: a factor or a control value, or nothing.
@@ -134,14 +130,6 @@ void AddRowOptions(CLI::App& command, TempoOptions& options)
     }
 }
 
-CLI::App* AddTempoSubcommand(CLI::App& parent, CliContext& context, const char* name,
-                             const char* description)
-{
-    CLI::App* command = parent.add_subcommand(name, description);
-    AddSharedOptions(*command, context);
-    return command;
-}
-
 }  // namespace
 
 void AddTempoCommand(CLI::App& app, CliContext& context)
@@ -150,8 +138,8 @@ void AddTempoCommand(CLI::App& app, CliContext& context)
         app.add_subcommand("tempo", "Show and change the Tempo & Pitch settings of a zone");
     tempo->require_subcommand(1);
 
-    CLI::App* show = AddTempoSubcommand(*tempo, context, "show",
-                                        "Show tempo, pitch and rate as factors and control values");
+    CLI::App* show = AddSubcommandWithSharedOptions(
+        *tempo, context, "show", "Show tempo, pitch and rate as factors and control values");
     SetCommandAction(*show, context,
                      [&context]
                      {
@@ -159,8 +147,8 @@ void AddTempoCommand(CLI::App& app, CliContext& context)
                          Show(session.Plugin());
                      });
 
-    CLI::App* set = AddTempoSubcommand(*tempo, context, "set",
-                                       "Change tempo, pitch or rate; the others stay as they are");
+    CLI::App* set = AddSubcommandWithSharedOptions(
+        *tempo, context, "set", "Change tempo, pitch or rate; the others stay as they are");
     auto options = std::make_shared<TempoOptions>();
     AddRowOptions(*set, *options);
     SetCommandAction(*set, context,
@@ -186,8 +174,8 @@ void AddTempoCommand(CLI::App& app, CliContext& context)
                          Show(plugin);
                      });
 
-    CLI::App* reset =
-        AddTempoSubcommand(*tempo, context, "reset", "Set tempo, pitch and rate back to 1");
+    CLI::App* reset = AddSubcommandWithSharedOptions(*tempo, context, "reset",
+                                                     "Set tempo, pitch and rate back to 1");
     SetCommandAction(*reset, context,
                      [&context]
                      {

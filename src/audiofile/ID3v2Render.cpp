@@ -160,17 +160,26 @@ bool CID3v2Tag::SetRow(const CID3v2Field& row, const QVString& value)
     {
         made = std::make_unique<CID3v2Frame>();
         std::memcpy(made->ID, row.FrameID, 4);
-        made->Kind = CID3v2Frame::KindOfId(row.FrameID);
-        if (!row.Description.IsEmpty())
-            made->Properties.SetString(u"Description"_qv, row.Description);
-        if (row.PictureType != -1)
-            made->Properties.SetInt(u"Picture Type"_qv, row.PictureType);
         frame = made.get();
     }
-    QVPropertyMap& properties = frame->Properties;
+    // A new frame, or one that could not be read (encrypted, say), which is
+    // then replaced whole, takes the layout of its id and what the row asks
+    // for; the frame changes only once the value has been taken.
+    const bool replaced = frame->Kind == ID3KIND_NONE;
+    const int32_t kind = replaced ? CID3v2Frame::KindOfId(row.FrameID) : frame->Kind;
+    QVPropertyMap properties;
+    if (!replaced)
+        properties = frame->Properties;
+    else
+    {
+        if (!row.Description.IsEmpty())
+            properties.SetString(u"Description"_qv, row.Description);
+        if (row.PictureType != -1)
+            properties.SetInt(u"Picture Type"_qv, row.PictureType);
+    }
     const QVString description = properties.GetString(u"Description"_qv);
     QVString text = value;
-    if ((row.Flags & ID3FIELD_PAIR) != 0 && frame->Kind == ID3KIND_TEXT && value.Find(u'/') < 0)
+    if ((row.Flags & ID3FIELD_PAIR) != 0 && kind == ID3KIND_TEXT && value.Find(u'/') < 0)
     {
         // The total of "n/total" outlives a change of n.
         const QVString old = properties.GetString(u"Value"_qv);
@@ -178,7 +187,7 @@ bool CID3v2Tag::SetRow(const CID3v2Field& row, const QVString& value)
         if (slash >= 0)
             text = QVString::Format(u"%s/%d", value, old.Mid(slash + 1).ToInt());
     }
-    if ((row.Flags & ID3FIELD_GAIN) != 0 && frame->Kind != ID3KIND_PODCAST)
+    if ((row.Flags & ID3FIELD_GAIN) != 0 && kind != ID3KIND_PODCAST)
     {
         QVString number = value;
         RemoveNoCase(number, u"db");
@@ -200,7 +209,6 @@ bool CID3v2Tag::SetRow(const CID3v2Field& row, const QVString& value)
     }
 
     std::vector<uint8_t> data;
-    const int32_t kind = frame->Kind;
     uint8_t encoding = kLatin;
     switch (kind)
     {
@@ -289,6 +297,8 @@ bool CID3v2Tag::SetRow(const CID3v2Field& row, const QVString& value)
         kind != ID3KIND_PRIVATE)
         properties.SetInt(u"Text Encoding"_qv, encoding);
     properties.SetString(u"Value"_qv, text);
+    frame->Kind = kind;
+    frame->Properties = properties;
     frame->Data = std::move(data);
     frame->Flags[1] = 0;
     PutSize(frame->Size, static_cast<uint32_t>(frame->Data.size()), GetMajorVersion() >= 4);

@@ -35,6 +35,7 @@ constexpr uint8_t kFrame23Grouped = 0x20;
 // A compressed frame inflates into at most this many times its size.
 constexpr size_t kInflateFactor = 20;
 constexpr size_t kMaximumInflated = 1u << 28;
+constexpr size_t kInflateStep = 1u << 16;
 constexpr int64_t kSecondsPerDay = 86400;
 
 uint32_t Synchsafe(const uint8_t* bytes)
@@ -101,24 +102,33 @@ bool Inflate(std::vector<uint8_t>& data, size_t declaredSize)
         return false;
     // Text of one repeated letter inflates far beyond the usual factor; the
     // size the frame declares then gives the room, up to what a tag can hold.
-    const size_t room =
+    // The room is a bound, not an allocation: the output grows by what the
+    // stream really gives, since any frame may declare the largest size.
+    const size_t limit =
         std::max(data.size() * kInflateFactor, std::min(declaredSize, kMaximumInflated));
-    std::vector<uint8_t> out(room);
+    std::vector<uint8_t> out;
     z_stream stream{};
     if (inflateInit(&stream) != Z_OK)
         return false;
     stream.next_in = data.data();
     stream.avail_in = static_cast<uInt>(std::min<size_t>(data.size(), UINT_MAX));
-    stream.next_out = out.data();
-    stream.avail_out = static_cast<uInt>(std::min<size_t>(out.size(), UINT_MAX));
-    const int result = inflate(&stream, Z_FINISH);
-    const size_t produced = stream.total_out;
+    int result = Z_OK;
+    while (result == Z_OK && out.size() < limit)
+    {
+        const size_t before = out.size();
+        const size_t room = std::min(kInflateStep, limit - before);
+        out.resize(before + room);
+        stream.next_out = out.data() + before;
+        stream.avail_out = static_cast<uInt>(room);
+        result = inflate(&stream, Z_NO_FLUSH);
+        out.resize(before + room - stream.avail_out);
+    }
     inflateEnd(&stream);
-    // A stream cut short still gives what it inflated to: the buffer's
-    // bound is the writer's promise, not the reader's.
+    // A stream cut short still gives what it inflated to: the limit is the
+    // writer's promise, not the reader's.
     if (result != Z_STREAM_END && result != Z_BUF_ERROR && result != Z_OK)
         return false;
-    out.resize(produced);
+    out.shrink_to_fit();
     data.swap(out);
     return true;
 }
@@ -465,47 +475,70 @@ bool CID3v2Tag::ReadFrames(size_t start, size_t end, bool unsynchronised)
     return true;
 }
 
-void CID3v2Tag::DecodeFrame(CID3v2Frame& frame, bool unsynchronisedAlready)
+bool CID3v2Tag::UnpackFrame24(CID3v2Frame& frame, bool unsynchronisedAlready)
 {
     std::vector<uint8_t>& data = frame.Data;
     uint8_t& format = frame.Flags[1];
+    // Unsynchronisation was applied last, over everything behind the frame
+    // header, so it goes first; the whole tag's may already have covered it.
+    // The frame is rendered without it either way.
+    if ((format & kFrameUnsynchronised) != 0 && !unsynchronisedAlready)
+        data = RemoveUnsynchronisation(data.data(), data.size());
+    format &= static_cast<uint8_t>(~kFrameUnsynchronised);
+    if ((format & kFrameEncrypted) != 0)
+        return false;
+    // In front of the data: the group byte, then the data length indicator.
+    size_t prefix = (format & kFrameGrouped) != 0 ? 1 : 0;
+    size_t declared = 0;
+    if ((format & kFrameLengthIndicator) != 0)
+    {
+        if (data.size() < prefix + 4)
+            return false;
+        declared = Synchsafe(data.data() + prefix);
+        prefix += 4;
+    }
+    if (data.size() < prefix)
+        return false;
+    std::vector<uint8_t> payload(data.begin() + static_cast<ptrdiff_t>(prefix), data.end());
+    if ((format & kFrameCompressed) != 0 && !Inflate(payload, declared))
+        return false;
+    data.swap(payload);
+    format &= static_cast<uint8_t>(~(kFrameGrouped | kFrameLengthIndicator | kFrameCompressed));
+    return true;
+}
+
+bool CID3v2Tag::UnpackFrame23(CID3v2Frame& frame)
+{
+    std::vector<uint8_t>& data = frame.Data;
+    uint8_t& format = frame.Flags[1];
+    if ((format & kFrame23Encrypted) != 0)
+        return false;
+    // The header grows by what the flags add, in their order: the inflated
+    // size, then the group byte.
+    const bool compressed = (format & kFrame23Compressed) != 0;
+    const size_t prefix = (compressed ? 4 : 0) + ((format & kFrame23Grouped) != 0 ? 1 : 0);
+    if (data.size() < prefix)
+        return false;
+    const size_t declared = compressed ? BigEndian32(data.data()) : 0;
+    std::vector<uint8_t> payload(data.begin() + static_cast<ptrdiff_t>(prefix), data.end());
+    if (compressed && !Inflate(payload, declared))
+        return false;
+    data.swap(payload);
+    format &= static_cast<uint8_t>(~(kFrame23Compressed | kFrame23Grouped));
+    return true;
+}
+
+void CID3v2Tag::DecodeFrame(CID3v2Frame& frame, bool unsynchronisedAlready)
+{
     const int32_t major = header[3];
     bool readable = true;
     if (major == 4)
-    {
-        if ((format & kFrameGrouped) != 0 && !data.empty())
-            data.erase(data.begin());
-        // The whole tag's unsynchronisation has already covered the frame.
-        if ((format & kFrameUnsynchronised) != 0 && !unsynchronisedAlready)
-            data = RemoveUnsynchronisation(data.data(), data.size());
-        readable = (format & kFrameEncrypted) == 0;
-        size_t declared = 0;
-        if (readable && (format & kFrameLengthIndicator) != 0 && data.size() >= 4)
-        {
-            declared = Synchsafe(data.data());
-            data.erase(data.begin(), data.begin() + 4);
-        }
-        if (readable && (format & kFrameCompressed) != 0)
-            readable = Inflate(data, declared);
-        if (readable)
-            format &= static_cast<uint8_t>(
-                ~(kFrameGrouped | kFrameUnsynchronised | kFrameLengthIndicator | kFrameCompressed));
-    }
+        readable = UnpackFrame24(frame, unsynchronisedAlready);
     else if (major == 3)
-    {
-        readable = (format & kFrame23Encrypted) == 0;
-        if (readable && (format & kFrame23Compressed) != 0)
-        {
-            // The inflated size stands in front of the compressed data.
-            const size_t declared = data.size() >= 4 ? BigEndian32(data.data()) : 0;
-            data.erase(data.begin(), data.begin() + std::min<size_t>(4, data.size()));
-            readable = Inflate(data, declared);
-        }
-        if (readable && (format & kFrame23Grouped) != 0 && !data.empty())
-            data.erase(data.begin());
-        if (readable)
-            format &= static_cast<uint8_t>(~(kFrame23Compressed | kFrame23Grouped));
-    }
+        readable = UnpackFrame23(frame);
+    // A frame that cannot be read keeps its data and flags as they came, so
+    // that it is rendered again as it was.
+    std::vector<uint8_t>& data = frame.Data;
     frame.Kind = readable ? CID3v2Frame::KindOfId(frame.ID) : ID3KIND_NONE;
     if (frame.Kind == ID3KIND_NONE)
         return;

@@ -125,6 +125,11 @@ private:
     void IndexRow(int32_t row);
     bool ReadFrames(size_t start, size_t end, bool unsynchronised);
     void DecodeFrame(CID3v2Frame& frame, bool unsynchronisedAlready);
+    // Undo what the format flags did to a frame's data. False when it cannot
+    // be read (encrypted, cut short, not inflating): data and flags then stay
+    // as stored, but for unsynchronisation, which is removed all the same.
+    static bool UnpackFrame24(CID3v2Frame& frame, bool unsynchronisedAlready);
+    static bool UnpackFrame23(CID3v2Frame& frame);
     bool RowMatches(const CID3v2Field& row, const CID3v2Frame& frame) const;
     const std::vector<int32_t>* RowsOf(const QVString& name) const;
     CID3v2Frame* FindFrame(const CID3v2Field& row, int32_t skip);

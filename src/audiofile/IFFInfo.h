@@ -183,7 +183,7 @@ private:
     struct CTagSavePlan
     {
         bool needed = false;
-        bool failed = false;      // the tag could not be rendered
+        bool failed = false;      // the tag could not be rendered, or the layout forbids a move
         bool tagInPlace = false;  // the tag keeps its length: its bytes are overwritten
         bool appendTag = false;   // the tag goes to the end
         bool dropTag = false;     // the tag's chunk goes
@@ -191,6 +191,9 @@ private:
         std::vector<uint8_t> rendered;
     };
     CTagSavePlan PlanTagSave(bool remove);
+    // Whether the walk of the chunks, once past the last one, is at the end
+    // of the file, where appended chunks are found.
+    bool LastChunkReachesTheEnd() const;
     // The file's layout after a rewrite: the walk again, tags included.
     void Rescan();
     bool MoveChunksAndAppend(bool dropTag, const std::vector<uint8_t>* rendered);

@@ -249,7 +249,21 @@ CIFFInfo::CTagSavePlan CIFFInfo::PlanTagSave(bool remove)
     if (plan.moveChunks && !chunks.empty() && !chunks.back().Is("data") &&
         chunks.back().Position + 8 + int64_t{chunks.back().Size} > fileSize)
         plan.failed = true;
+    // Bytes behind the last chunk that are no chunk (a stray tail) would hide
+    // what is appended behind them from every reader, this one included.
+    if (plan.moveChunks && !chunks.empty() && !LastChunkReachesTheEnd())
+        plan.failed = true;
     return plan;
+}
+
+bool CIFFInfo::LastChunkReachesTheEnd() const
+{
+    const CIFFChunk& last = chunks.back();
+    // A data chunk of unknown size runs to the end of the file.
+    if (last.Is("data") && (last.Size == 0xFFFFFFFF || last.Size == 0xFFFFFFFE))
+        return true;
+    const int64_t end = last.Position + 8 + int64_t{last.Size} + (last.Size & 1);
+    return end >= fileSize;
 }
 
 bool CIFFInfo::TagSaveTouchesOnlyTagBytes(bool remove)

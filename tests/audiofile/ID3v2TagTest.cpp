@@ -285,10 +285,80 @@ TEST(ID3v2Tag, CompressedFramesInflateThroughZlib)
     CID3v2Tag v23 =
         Parsed(Tag(3, 0, Frame("TIT2", Concat({{0, 0, 1, 0x2E}, compressed}), 3, false, 0x80)));
     EXPECT_EQ(Value(v23, u"Name"), std::string(300, 'z') + "!");
+    // A declared size is a bound, never room taken up front: any frame may
+    // declare the largest one.
+    CID3v2Tag boasting = Parsed(
+        Tag(4, 0, Frame("TIT2", Concat({{0x7F, 0x7F, 0x7F, 0x7F}, compressed}), 4, false, 0x09)));
+    EXPECT_EQ(Value(boasting, u"Name"), std::string(300, 'z') + "!");
+    EXPECT_LT(boasting.GetFrame(0).Data.capacity(), size_t{1} << 20);
     // Rendered again, the frame is stored plain.
     CID3v2Tag again = Parsed(Rendered(v24));
     EXPECT_EQ(again.GetFrame(0).FormatFlags(), 0);
     EXPECT_EQ(Value(again, u"Name"), std::string(300, 'z') + "!");
+}
+
+TEST(ID3v2Tag, FormatFlagsUndoneInTheOrderTheWritersAppliedThem)
+{
+    const Bytes text = Latin("grouped");
+    Bytes compressed(compressBound(text.size()));
+    uLongf length = compressed.size();
+    ASSERT_EQ(compress(compressed.data(), &length, text.data(), text.size()), Z_OK);
+    compressed.resize(length);
+    // 2.3: the inflated size, then the group byte, then the compressed data.
+    CID3v2Tag v23 = Parsed(
+        Tag(3, 0, Frame("TIT2", Concat({{0, 0, 0, 8}, {0x17}, compressed}), 3, false, 0xA0)));
+    EXPECT_EQ(Value(v23, u"Name"), "grouped");
+    // 2.4: group byte FF, unsynchronised to FF 00, then the length indicator.
+    CID3v2Tag v24 =
+        Parsed(Tag(4, 0, Frame("TIT2", Concat({{0xFF, 0x00, 0, 0, 0, 8}, text}), 4, false, 0x43)));
+    EXPECT_EQ(Value(v24, u"Name"), "grouped");
+    EXPECT_EQ(v24.GetFrame(0).FormatFlags(), 0);
+}
+
+TEST(ID3v2Tag, FramesThatCannotBeReadRenderAsStoredAndAreReplacedWhenSet)
+{
+    // Encrypted with group byte and length indicator; inflating garbage; and
+    // encrypted plus unsynchronised, where only the unsynchronisation goes.
+    const Bytes encrypted = {0x05, 0x80, 0, 0, 0, 9, 0x31, 0x32, 0x33};
+    const Bytes garbage = {0, 0, 0, 0x40, 0xDE, 0xAD, 0xBE, 0xEF};
+    const Bytes unsynchronised = {0x07, 0xFF, 0x00, 0xE1};
+    CID3v2Tag tag = Parsed(Tag(
+        4, 0,
+        Concat({Frame("TIT2", encrypted, 4, false, 0x45), Frame("TPE1", garbage, 4, false, 0x09),
+                Frame("TALB", unsynchronised, 4, false, 0x06)}),
+        64));
+    // Unreadable frames sort by id when rendered; look them up by it.
+    auto frameOf = [](const CID3v2Tag& of, const char* id) -> const CID3v2Frame&
+    {
+        for (int32_t i = 0; i < of.GetFrameCount(); ++i)
+        {
+            if (of.GetFrame(i).HasID(id))
+                return of.GetFrame(i);
+        }
+        static const CID3v2Frame missing;
+        ADD_FAILURE() << id << " is missing";
+        return missing;
+    };
+    for (int round = 0; round < 2; ++round)
+    {
+        SCOPED_TRACE(round);
+        ASSERT_EQ(tag.GetFrameCount(), 3);
+        EXPECT_EQ(frameOf(tag, "TIT2").Data, encrypted);
+        EXPECT_EQ(frameOf(tag, "TIT2").FormatFlags(), 0x45);
+        EXPECT_EQ(frameOf(tag, "TPE1").Data, garbage);
+        EXPECT_EQ(frameOf(tag, "TPE1").FormatFlags(), 0x09);
+        EXPECT_EQ(frameOf(tag, "TALB").Data, Bytes({0x07, 0xFF, 0xE1}));
+        EXPECT_EQ(frameOf(tag, "TALB").FormatFlags(), 0x04);
+        EXPECT_EQ(Value(tag, u"Name"), "");
+        tag = Parsed(Rendered(tag));
+    }
+    // Setting a field puts a frame that reads in place of the unreadable one.
+    EXPECT_TRUE(tag.SetField(u"Name"_qv, u"Clear"_qv));
+    EXPECT_FALSE(tag.SetField(u"Replay Gain"_qv, u"loud"_qv));
+    CID3v2Tag again = Parsed(Rendered(tag));
+    EXPECT_EQ(Value(again, u"Name"), "Clear");
+    EXPECT_EQ(again.GetFrameCount(), 3);
+    EXPECT_EQ(frameOf(again, "TIT2").FormatFlags(), 0);
 }
 
 TEST(ID3v2Tag, ExtendedHeaderFooterAndRefusedHeaders)

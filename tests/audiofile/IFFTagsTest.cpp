@@ -293,6 +293,31 @@ TEST(IFFTags, FilesThatMustNotTakeTagsAreRefusedButRead)
         EXPECT_FALSE(writer.SaveTags(false));
     }
     EXPECT_EQ(ReadBytes(cutPath), cut.Bytes());
+
+    // A stray tail too short for a chunk, counted by the form size or not,
+    // would hide an appended tag from every reader: nothing is written.
+    for (const Bytes& tail : {Bytes{7}, Bytes{7, 8, 9, 10, 11}})
+    {
+        for (const bool counted : {false, true})
+        {
+            CByteBuilder stray;
+            stray.Text("RIFF").U32(0).Text("WAVE");
+            AppendWaveFormat(stray, 1, 2, 44100, 16);
+            stray.Text("data").U32(4).Raw({1, 2, 3, 4});
+            stray.PatchU32(4,
+                           static_cast<uint32_t>(stray.Size() - 8 + (counted ? tail.size() : 0)));
+            stray.Raw(tail);
+            const std::string strayPath = folder.File("stray.wav");
+            WriteBytes(strayPath, stray.Bytes());
+            {
+                CWAVInfo writer;
+                ASSERT_EQ(writer.OpenFileForTags(QVString::FromUTF8(strayPath), false), 0);
+                ASSERT_TRUE(writer.SetTag(u"Name"_qv, u"x"_qv));
+                EXPECT_FALSE(writer.SaveTags(false));
+            }
+            EXPECT_EQ(ReadBytes(strayPath), stray.Bytes()) << tail.size() << " " << counted;
+        }
+    }
 }
 
 TEST(IFFTags, RandomEditSequencesKeepTheAudioAndTheSizesRight)
