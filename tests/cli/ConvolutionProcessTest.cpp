@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <fstream>
 #include <random>
 
 using clitest::RunResult;
@@ -201,4 +202,59 @@ TEST_F(ConvolutionProcessTest, LongImpulseGivesThePlainConvolutionFromFirstToLas
     for (int i = 1; i <= 16; ++i)
         lastLevel = std::max(lastLevel, std::fabs(output[output.size() - i]));
     EXPECT_GT(lastLevel, 0.05);
+}
+
+namespace
+{
+
+size_t Occurrences(const std::string& text, const std::string& part)
+{
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+}  // namespace
+
+// A filter that does not load leaves Convolution not valid: process says so
+// once, naming the filter and why, and passes every sample on as it was.
+TEST_F(ConvolutionProcessTest, FilterThatDoesNotLoadIsToldOnceAndTheAudioPassesOn)
+{
+    const std::string folder = scratch.Path().string();
+    std::ofstream(scratch / "noise.wav") << "not a sound";
+    std::ofstream(scratch / "room.cfg") << "48000 2 2 0\n0 0\n0 0\ngone.wav\n0\n0\n0\n";
+    std::filesystem::create_directory(scratch / "folder.wav");
+    const struct
+    {
+        const char* filter;  // empty: none chosen
+        std::string reason;
+    } cases[] = {
+        {"", "no filter is chosen ('qvdsp convolution set FILTER' chooses one)"},
+        {"missing.wav", "its filter \"" + folder + "/missing.wav\" does not exist"},
+        {"folder.wav", "its filter \"" + folder + "/folder.wav\" is a folder"},
+        {"noise.wav", "its filter \"" + folder + "/noise.wav\" is not audio that can be decoded"},
+        {"room.cfg", "its configuration \"" + folder + "/room.cfg\" fails: line 4: cannot read \"" +
+                         folder + "/gone.wav\""},
+    };
+    const std::vector<double> input = clitest::TestSignal(9000, CHANNELS, 0.9, 8);
+    clitest::WriteWithLibsndfile(scratch / "in.wav", DOUBLE_WAV, RATE, CHANNELS, input);
+    for (const auto& c : cases)
+    {
+        SCOPED_TRACE(c.filter);
+        const std::string filter = *c.filter ? (scratch / c.filter).string() : "";
+        ASSERT_EQ(Run({"conv", "set", filter}).exitCode, 0);
+        for (const char* mode : {"--block=4096", "--raw"})
+        {
+            RunResult result = Run({"process", "--chain", "Parametric Equalizer,Convolution", mode,
+                                    (scratch / "in.wav").string(), (scratch / "out.wav").string()});
+            EXPECT_EQ(result.exitCode, 0) << result.err;
+            EXPECT_NE(result.err.find("qvdsp: Convolution is not valid: " + c.reason +
+                                      "; it passes the audio on unchanged\n"),
+                      std::string::npos)
+                << result.err;
+            EXPECT_EQ(Occurrences(result.err, "not valid"), 1u) << result.err;
+            EXPECT_EQ(clitest::ReadDoubles(scratch / "out.wav"), input) << mode;
+        }
+    }
 }
