@@ -29,13 +29,34 @@ constexpr int32_t kSampleRate = 48000;
 constexpr int32_t kChannels = 2;
 constexpr int32_t kBlockFrames = 4096;
 
+// The run's impulses and settings, in a folder that goes when the run ends.
+class BenchFolder
+{
+public:
+    BenchFolder()
+        : path(std::filesystem::temp_directory_path() /
+               ("qvdsp-bench-" + std::to_string(::getpid())))
+    {
+        std::filesystem::create_directories(path);
+    }
+    ~BenchFolder()
+    {
+        std::error_code error;
+        std::filesystem::remove_all(path, error);
+    }
+    const std::filesystem::path path;
+};
+
+const std::filesystem::path& Folder()
+{
+    static const BenchFolder folder;
+    return folder.path;
+}
+
 // A decaying noise impulse per channel, written once per length.
 std::string ImpulseFile(int32_t taps)
 {
-    const std::filesystem::path folder =
-        std::filesystem::temp_directory_path() / ("qvdsp-bench-" + std::to_string(::getpid()));
-    std::filesystem::create_directories(folder);
-    const std::filesystem::path name = folder / ("ir" + std::to_string(taps) + ".wav");
+    const std::filesystem::path name = Folder() / ("ir" + std::to_string(taps) + ".wav");
     if (std::filesystem::exists(name))
         return name.string();
     std::mt19937 generator(taps);
@@ -58,9 +79,7 @@ std::string ImpulseFile(int32_t taps)
 // The built-in tools, reading a settings file of the benchmark's own.
 void UseBuiltinTools()
 {
-    const std::filesystem::path settings = std::filesystem::temp_directory_path() /
-                                           ("qvdsp-bench-" + std::to_string(::getpid())) /
-                                           "settings.json";
+    const std::filesystem::path settings = Folder() / "settings.json";
     setenv("QVDSP_SETTINGS", settings.c_str(), 1);
     SetQVTools(&GetBuiltinTools());
 }

@@ -14,6 +14,7 @@
 #include "cli/commands/CommandPlugin.h"
 #include "cli/commands/Commands.h"
 #include "cli/commands/DemoChain.h"
+#include "cli/host/FileProcessor.h"
 #include "cli/host/PluginChain.h"
 #include "convolution/ConvolutionDlg.h"
 #include "convolution/ConvolutionPlugin.h"
@@ -322,9 +323,8 @@ std::vector<double> SynthesizeDemoRoomImpulse()
 
 }  // namespace
 
-// The demo's hook for Convolution. It joins the demo's stages once `qvdsp
-// process` hands on as many frames as it takes in from a stage with latency;
-// until then the demo would lose the convolver's first and last blocks.
+// The demo's hook for Convolution: it writes the room into the demo folder
+// and chooses it as the panel's field would, with normalisation on.
 void ConfigureConvolutionDemo(IQVDSP& plugin, CliHost&)
 {
     auto* convolution = dynamic_cast<CConvolutionDSPPlugin*>(&plugin);
@@ -332,20 +332,8 @@ void ConfigureConvolutionDemo(IQVDSP& plugin, CliHost&)
         return;
     const std::filesystem::path name = std::filesystem::absolute(GetDemoFolder() / "demo-room.wav");
     const std::vector<double> impulse = SynthesizeDemoRoomImpulse();
-    SF_INFO info{};
-    info.channels = 2;
-    info.samplerate = DEMO_IMPULSE_RATE;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* file = sf_open(name.c_str(), SFM_WRITE, &info);
-    if (file == nullptr)
-        throw CliError(CLI_EXIT_FAILED,
-                       "cannot write " + name.string() + ": " + sf_strerror(nullptr));
-    const sf_count_t frames = static_cast<sf_count_t>(impulse.size() / 2);
-    const bool written = sf_writef_double(file, impulse.data(), frames) == frames;
-    sf_close(file);
-    if (!written)
-        throw CliError(CLI_EXIT_FAILED, "cannot write " + name.string());
-    // As the panel's field would take it; normalisation stays on.
+    const SoundFileLayout layout{SF_FORMAT_WAV | SF_FORMAT_DOUBLE, DEMO_IMPULSE_RATE, 2};
+    WriteSoundFile(name, layout, impulse.data(), static_cast<int64_t>(impulse.size() / 2));
     CAudioConvolution& engine = convolution->GetConvolution();
     engine.AddPathChoice(QVString::FromUTF8(name.string()));
     engine.SetFilter(QVString::FromUTF8(name.string()));

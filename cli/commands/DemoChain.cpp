@@ -10,6 +10,8 @@
 void SelectEqualizerDemoPreset(IQVDSP& plugin, CliHost& host);
 // The Effects hook, in cli/EffectsCommand.cpp: a room to hear.
 void SelectEffectsDemoSetting(IQVDSP& plugin, CliHost& host);
+// Convolution's hook, in cli/ConvolutionCommand.cpp: a small room of its own making.
+void ConfigureConvolutionDemo(IQVDSP& plugin, CliHost& host);
 // Room Correction's hook, in cli/RoomCommand.cpp: two speakers at different distances and levels.
 void ConfigureRoomCorrectionDemo(IQVDSP& plugin, CliHost& host);
 // The Headphones hook, in cli/HeadphonesCommand.cpp: the "Standard" crossfeed.
@@ -43,8 +45,10 @@ void ConfigureParametricEqualizer(IQVDSP& plugin, CliHost&)
         list.Remove(0);
     // Headroom first: the shelf below, the room's reflections after it and
     // the speakers' trims add up to peaks well above the input's, and the demo
-    // must play on any sound card without clipping.
-    list.Insert(0, DemoFilter(PARAMETRIC_VOLUME, {{u"Gain", -9}}));
+    // must play on any sound card without clipping. Convolution's normalisation
+    // takes 6 dB more, so that 5 dB here leave the loudest sample about 2 dB
+    // below full scale.
+    list.Insert(0, DemoFilter(PARAMETRIC_VOLUME, {{u"Gain", -5}}));
     list.Insert(1, DemoFilter(PARAMETRIC_HIGHPASS, {{u"Frequency", 40}, {u"Q", 0.7071}}));
     list.Insert(2, DemoFilter(PARAMETRIC_PEAK, {{u"Frequency", 120}, {u"Gain", -6}, {u"Q", 2}}));
     list.Insert(
@@ -59,6 +63,7 @@ constexpr DemoStage DEMO_STAGES[] = {
     {"Effects", SelectEffectsDemoSetting},
     {"Tube Amplifier", nullptr},
     {"Parametric Equalizer", ConfigureParametricEqualizer},
+    {"Convolution", ConfigureConvolutionDemo},
     {"Room Correction", ConfigureRoomCorrectionDemo},
     {"Headphones", SelectHeadphonesDemoSetting},
     {"Volume Leveling", nullptr},

@@ -116,6 +116,7 @@ void RunDemo(const CliContext& context, const std::string& requestedFolder)
     CliHost host;
     PluginChain chain;
     SetDemoFolder(folder);
+    chain.SetNotices(&std::cerr);
     for (const std::string& name : BuildDemoChain(chain, host, context.zone))
         std::cerr << "qvdsp: the demo leaves out " << name << ", which this build does not have\n";
 

@@ -25,6 +25,9 @@ void RunProcess(const CliContext& context, const ProcessOptions& options)
         ResolveChain(options.chain, ListPlugins(host, context.zone, true));
     PluginChain chain;
     BuildChain(chain, entries, host, context.zone, PluginUse::ReadOnly);
+    // A player passes the audio of a stage that cannot work without a word;
+    // a file processor tells once, before the audio, since a whole file is at stake.
+    chain.SetNotices(&std::cerr);
 
     ProcessRequest request = options.request;
     request.format = SampleFormatNames().at(options.format);

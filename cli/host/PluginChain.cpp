@@ -2,13 +2,17 @@
 
 #include "cli/host/CliError.h"
 #include "cli/host/LatencyAlignment.h"
+#include "convolution/ConvolutionPlugin.h"
 #include "core/QVString.h"
 #include "frame/PluginFactory.h"
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <ostream>
 
 namespace
@@ -73,7 +77,68 @@ std::string LatencyText(int64_t frames, uint32_t sampleRate)
     return text;
 }
 
+// What is wrong with the filter file itself, or empty when it can be opened.
+std::string FilterFileProblem(const std::string& name)
+{
+    std::error_code error;
+    const auto status = std::filesystem::status(name, error);
+    if (!std::filesystem::exists(status))
+        return "its filter \"" + name + "\" does not exist";
+    if (std::filesystem::is_directory(status))
+        return "its filter \"" + name + "\" is a folder";
+    std::FILE* file = std::fopen(name.c_str(), "rb");
+    if (file == nullptr)
+        return "its filter \"" + name + "\" cannot be read: " + std::strerror(errno);
+    std::fclose(file);
+    return {};
+}
+
+// The engine's own account of the load: each file it could not read and each
+// block it left out, with its line in a configuration.
+std::string LoadNotes(const CAudioConvolution& engine)
+{
+    std::string text;
+    for (const CAudioConvolution::CLoadNote& note : engine.GetLoadNotes())
+    {
+        text += text.empty() ? "" : "; ";
+        if (note.line > 0)
+            text += "line " + std::to_string(note.line) + ": ";
+        text += QVString(note.text).ToUTF8();
+    }
+    return text;
+}
+
+// The engine reads names ending in these, case sensitive, as configurations.
+bool IsConfiguration(const std::string& filter)
+{
+    const std::string extension = std::filesystem::path(filter).extension().string();
+    return extension == ".txt" || extension == ".cfg";
+}
+
+std::string ConvolutionProblem(CAudioConvolution& engine)
+{
+    if (engine.IsValid())
+        return {};
+    const std::string filter = engine.GetFilter(true).ToUTF8();
+    if (filter.empty())
+        return "Convolution is not valid: no filter is chosen ('qvdsp convolution set FILTER' "
+               "chooses one)";
+    std::string problem = FilterFileProblem(filter);
+    if (problem.empty() && IsConfiguration(filter))
+        problem = "its configuration \"" + filter + "\" fails: " + LoadNotes(engine);
+    else if (problem.empty())
+        problem = "its filter \"" + filter + "\" is not audio that can be decoded";
+    return "Convolution is not valid: " + problem;
+}
+
 }  // namespace
+
+std::string PassThroughReason(IQVDSP& plugin)
+{
+    if (auto* convolution = dynamic_cast<CConvolutionDSPPlugin*>(&plugin))
+        return ConvolutionProblem(convolution->GetConvolution());
+    return {};
+}
 
 std::vector<PluginEntry> ListPlugins(IQVDSPHost& host, int32_t zone, bool includeUnlisted)
 {
@@ -209,8 +274,16 @@ std::vector<std::string> PluginChain::SetFormat(const CAudioFormat& format)
     sampleRate = format.sampleRate;
     std::vector<std::string> refused;
     for (auto& stage : stages)
+    {
         if (stage->plugin->SetFormat(format) == -1)
             refused.push_back(stage->name);
+        else if (notices != nullptr)
+        {
+            const std::string reason = PassThroughReason(*stage->plugin);
+            if (!reason.empty())
+                *notices << "qvdsp: " << reason << "; it passes the audio on unchanged\n";
+        }
+    }
     return refused;
 }
 

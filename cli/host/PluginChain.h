@@ -65,6 +65,10 @@ PluginPointer CreatePlugin(const PluginEntry& entry, IQVDSPHost& host, int32_t z
 // The display name the plug-in reports, in UTF-8.
 std::string PluginName(IQVDSP& plugin);
 
+// Why a stage that took the format still passes its audio on untouched (a
+// Convolution whose filter did not load), in words; empty when it works.
+std::string PassThroughReason(IQVDSP& plugin);
+
 // Turns a --chain text (comma-separated display names in any case, or indices)
 // into catalogue entries in chain order. An empty text is an empty chain.
 // Throws CliError (usage) naming what it does not know.
@@ -87,8 +91,12 @@ public:
     IQVDSP& Plugin(size_t stage);
 
     // Gives every plug-in the format; answers the names of those that returned
-    // -1 and so pass the audio on unchanged.
+    // -1 and so pass the audio on unchanged. Those that took it but will not
+    // work on it are told of on the notice stream, if there is one.
     std::vector<std::string> SetFormat(const CAudioFormat& format);
+    // Where SetFormat tells of stages that pass the audio on untouched, and
+    // why, once per format; null (the default) tells nothing.
+    void SetNotices(std::ostream* stream) { notices = stream; }
     // The rate of the last SetFormat, 0 before the first.
     uint32_t SampleRate() const { return sampleRate; }
     void SetOutput(IQVDSPSink* output);
@@ -103,6 +111,7 @@ private:
     struct Stage;
     std::vector<std::unique_ptr<Stage>> stages;
     IQVDSPSink* output = nullptr;
+    std::ostream* notices = nullptr;
     uint32_t sampleRate = 0;
 };
 

@@ -1,9 +1,26 @@
 #include "convolution/ConvolutionDlg.h"
 
 #include "convolution/ConvolutionPlugin.h"
+#include "core/QVCmdTarget.h"
 #include "frame/IQVTools.h"
 
+// The panel's timers on the thread that owns it.
+class CConvolutionDlg::CTimers : public QVCmdTarget
+{
+public:
+    explicit CTimers(CConvolutionDlg& panel) : panel(panel) { Create(); }
+
+protected:
+    void OnTimer(int32_t id) override { panel.OnTimer(id); }
+
+private:
+    CConvolutionDlg& panel;
+};
+
 CConvolutionDlg::CConvolutionDlg(CConvolutionDSPPlugin& owner) : plugin(owner) {}
+
+// The timers go first, on the owner thread that closes the panel.
+CConvolutionDlg::~CConvolutionDlg() = default;
 
 void CConvolutionDlg::Open()
 {
@@ -54,24 +71,59 @@ void CConvolutionDlg::EditFilter(const QVString& text, int64_t nowMs)
         return;
     filterText = text;
     // Each key re-arms the timer: a half-typed name is never loaded.
+    filterTimerArmed = true;
     filterTimerDue = nowMs + FILTER_TIMER_MS;
+    if (timers)
+        timers->SetTimer(FILTER_TIMER_ID, static_cast<int32_t>(FILTER_TIMER_MS));
 }
 
 void CConvolutionDlg::AdvanceClock(int64_t nowMs)
 {
+    if (timers)
+        return;
     if (statusTimerDue < 0)
         statusTimerDue = nowMs + STATUS_TIMER_MS;
     while (nowMs >= statusTimerDue)
     {
-        statusText = MakeStatusText();
-        ++statusRepaints;
+        RepaintStatus();
         statusTimerDue += STATUS_TIMER_MS;
     }
-    if (filterTimerDue >= 0 && nowMs >= filterTimerDue)
-    {
-        filterTimerDue = -1;  // one-shot: killed before it acts
-        ApplyTypedFilter();
-    }
+    if (filterTimerArmed && nowMs >= filterTimerDue)
+        FireFilterTimer();
+}
+
+void CConvolutionDlg::UseThreadTimers()
+{
+    if (timers)
+        return;
+    timers = std::make_unique<CTimers>(*this);
+    timers->SetTimer(STATUS_TIMER_ID, static_cast<int32_t>(STATUS_TIMER_MS));
+    if (filterTimerArmed)
+        timers->SetTimer(FILTER_TIMER_ID, static_cast<int32_t>(FILTER_TIMER_MS));
+}
+
+void CConvolutionDlg::OnTimer(int32_t id)
+{
+    if (id == STATUS_TIMER_ID)
+        RepaintStatus();
+    else if (id == FILTER_TIMER_ID && filterTimerArmed)
+        FireFilterTimer();
+}
+
+void CConvolutionDlg::RepaintStatus()
+{
+    statusText = MakeStatusText();
+    ++statusRepaints;
+}
+
+void CConvolutionDlg::FireFilterTimer()
+{
+    // One-shot: disarmed before the kill, which runs the timers that are due
+    // already, so that a tick found there applies nothing twice.
+    filterTimerArmed = false;
+    if (timers)
+        timers->KillTimer(FILTER_TIMER_ID);
+    ApplyTypedFilter();
 }
 
 void CConvolutionDlg::ApplyTypedFilter()

@@ -1,10 +1,12 @@
 // The panel of Convolution as a window-less model: the filter field with its
 // recent choices, three check boxes, "Reload" and "Reset", and a status text.
 // Its two timers run on an explicit clock in milliseconds that the owner
-// advances, so that tests and the command-line host drive them exactly.
+// advances, so that tests and the command-line host drive them exactly, or on
+// timers of the thread that owns the panel, as a windowed panel's do.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "core/QVString.h"
 #include "core/QVStringArray.h"
@@ -39,8 +41,11 @@ public:
     // the typing has paused this long.
     static constexpr int64_t STATUS_TIMER_MS = 1000;
     static constexpr int64_t FILTER_TIMER_MS = 1000;
+    static constexpr int32_t STATUS_TIMER_ID = 1;
+    static constexpr int32_t FILTER_TIMER_ID = 2;
 
     explicit CConvolutionDlg(CConvolutionDSPPlugin& plugin);
+    ~CConvolutionDlg() override;
 
     void Open() override;
     // Takes every value from the engine; change handlers are quiet meanwhile.
@@ -50,6 +55,10 @@ public:
     void EditFilter(const QVString& text, int64_t nowMs);
     // The clock moved to `nowMs`: due timers fire.
     void AdvanceClock(int64_t nowMs);
+    // From now on both timers are timers of the calling thread, which fire
+    // when it pumps its commands and timers; the clock above drives nothing.
+    // A filter timer that is armed starts its full delay again.
+    void UseThreadTimers();
     void ClickNormalize(bool checked);
     void ClickSmallFilters(bool checked);
     void ClickAutoMatch(bool checked);
@@ -65,11 +74,15 @@ public:
     bool IsSmallFiltersChecked() const { return smallChecked; }
     bool IsAutoMatchChecked() const { return autoMatchChecked; }
     const QVString& GetStatusText() const { return statusText; }
-    bool IsFilterTimerArmed() const { return filterTimerDue >= 0; }
+    bool IsFilterTimerArmed() const { return filterTimerArmed; }
     int32_t GetStatusRepaints() const { return statusRepaints; }
     QVString GetIntroText() const;
 
 private:
+    class CTimers;
+    void OnTimer(int32_t id);
+    void RepaintStatus();
+    void FireFilterTimer();
     void Changed();
     void ApplyTypedFilter();
 
@@ -81,7 +94,9 @@ private:
     bool smallChecked = false;
     bool autoMatchChecked = true;
     QVString statusText;
-    int64_t filterTimerDue = -1;  // -1: not armed
-    int64_t statusTimerDue = -1;
+    bool filterTimerArmed = false;
+    int64_t filterTimerDue = 0;   // on the explicit clock
+    int64_t statusTimerDue = -1;  // -1: not started
     int32_t statusRepaints = 0;
+    std::unique_ptr<CTimers> timers;  // only once UseThreadTimers is called
 };

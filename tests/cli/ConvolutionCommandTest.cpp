@@ -116,13 +116,36 @@ TEST_F(ConvolutionCommandTest, BadUsageIsRefused)
     EXPECT_NE(missing.err.find("does not exist"), std::string::npos) << missing.err;
 }
 
-// The demo's output fits a sound card: no sample beyond full scale, as its
-// level table says.
-TEST_F(ConvolutionCommandTest, DemoStaysBelowFullScale)
+// The demo runs Convolution with a room impulse of its own making, and its
+// output fits a sound card: no sample beyond full scale, as its level table says.
+TEST_F(ConvolutionCommandTest, DemoRunsItsOwnRoomAndStaysBelowFullScale)
 {
     const std::filesystem::path folder = scratch / "demo";
     RunResult result = clitest::RunQvdsp({"demo", "--out", folder.string()}, scratch);
     ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("-> Convolution ->"), std::string::npos) << result.out;
+    EXPECT_EQ(result.err.find("not valid"), std::string::npos) << result.err;
+    EXPECT_NE(clitest::ReadBytes(folder / "demo-settings.json").find(folder / "demo-room.wav"),
+              std::string::npos);
+
+    // The room: the direct sound first, then a tail that dies away.
+    int rate = 0;
+    int channels = 0;
+    const std::vector<double> room =
+        clitest::ReadDoubles(folder / "demo-room.wav", nullptr, &rate, &channels);
+    ASSERT_EQ(channels, 2);
+    const auto energy = [&](double fromSeconds, double toSeconds)
+    {
+        double sum = 0.0;
+        for (auto i = static_cast<size_t>(fromSeconds * rate) * 2;
+             i < static_cast<size_t>(toSeconds * rate) * 2 && i < room.size(); ++i)
+            sum += room[i] * room[i];
+        return sum;
+    };
+    EXPECT_EQ(room[0], 1.0);
+    EXPECT_EQ(room[1], 1.0);
+    EXPECT_GT(energy(0.02, 0.07), 1000 * energy(0.2, 0.25));
+
     EXPECT_NE(result.out.find("no sample exceeds full scale"), std::string::npos) << result.out;
     double peak = 0.0;
     for (double sample : clitest::ReadDoubles(folder / "demo-out.wav"))
