@@ -19,6 +19,17 @@ double* Doubles(Complex* values)
 
 }  // namespace
 
+// The loops below are the engine's hot spot and stream their operands from
+// memory; wider vectors than the baseline's SSE2 nearly halve their time. The
+// loader picks the widest clone the processor runs. -ffp-contract=off keeps
+// every clone's rounding the same, so the clone in use changes no output.
+#if defined(__x86_64__) && !defined(__clang__)
+#define QV_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define QV_VECTOR_CLONES
+#endif
+
+QV_VECTOR_CLONES
 void MultiplyAccumulate(Complex* accumulator, const Complex* spectrum, const Complex* filter,
                         int32_t points)
 {
@@ -32,6 +43,7 @@ void MultiplyAccumulate(Complex* accumulator, const Complex* spectrum, const Com
     }
 }
 
+QV_VECTOR_CLONES
 void MultiplyAccumulatePair(Complex* accumulator, const Complex* spectrumA, const Complex* filterA,
                             const Complex* spectrumB, const Complex* filterB, int32_t points)
 {
@@ -51,6 +63,7 @@ void MultiplyAccumulatePair(Complex* accumulator, const Complex* spectrumA, cons
     }
 }
 
+QV_VECTOR_CLONES
 void AddScaled(Complex* target, const Complex* source, double gain, int32_t points)
 {
     double* __restrict out = Doubles(target);
