@@ -156,3 +156,44 @@ void BM_ConvolutionLoadMemory262144Stereo(benchmark::State& state)
 
 BENCHMARK(BM_ConvolutionStereo48k)->Arg(8192)->Arg(65536)->Arg(262144);
 BENCHMARK(BM_ConvolutionLoadMemory262144Stereo)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+namespace
+{
+
+// What a player pays after each seek: the blocks right after a flush, while
+// the history fills and the first window's share through each later
+// partition is added one block at a time, 64 blocks of the longest impulse.
+void BM_ConvolutionStereo48kAfterFlush(benchmark::State& state)
+{
+    UseBuiltinTools();
+    constexpr int32_t kBlocksAfterFlush = 64;
+    CConvolutionDSPPlugin plugin(nullptr, DSP_ZONE_GLOBAL);
+    LoadFilter(plugin, static_cast<int32_t>(state.range(0)));
+    if (!plugin.GetConvolution().IsValid())
+    {
+        state.SkipWithError("the impulse did not load");
+        return;
+    }
+    const std::vector<double> source = NoiseBlock(kBlockFrames, kChannels);
+    std::vector<double> block = source;
+    DiscardingSink sink;
+    for (auto _ : state)
+    {
+        state.PauseTiming();
+        plugin.Flush();
+        state.ResumeTiming();
+        for (int32_t i = 0; i < kBlocksAfterFlush; ++i)
+        {
+            block = source;
+            plugin.Process(block.data(), kBlockFrames, &sink);
+        }
+        benchmark::ClobberMemory();
+    }
+    state.counters["per block"] =
+        benchmark::Counter(static_cast<double>(state.iterations()) * kBlocksAfterFlush,
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+}  // namespace
+
+BENCHMARK(BM_ConvolutionStereo48kAfterFlush)->Arg(262144)->Unit(benchmark::kMillisecond);

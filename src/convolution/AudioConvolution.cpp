@@ -33,13 +33,6 @@ const char16_t* const kKeyAutoMatch = u"Convolution - Auto Match Filter";
 const char16_t* const kKeySmallFilters = u"Convolution - Small Filters";
 const char16_t* const kKeyPathChoices = u"Convolution - Path Choices";
 
-// FFTW's planner is not reentrant; engines of several plug-ins may load at once.
-std::mutex& PlannerMutex()
-{
-    static std::mutex mutex;
-    return mutex;
-}
-
 bool ProcessorHasSSE2()
 {
     static const bool hasSSE2 = __builtin_cpu_supports("sse2");
@@ -61,6 +54,14 @@ int32_t SmallestPowerOfTwoNotBelow(int64_t frames)
 }
 
 }  // namespace
+
+void CAudioConvolution::CPath::ScaleFilter(double factor)
+{
+    for (int32_t i = 0; i < filterSize; ++i)
+        filter[i] *= factor;
+    if (tail != nullptr)
+        tail->Scale(factor);
+}
 
 void CAudioConvolution::CSpectrumHistory::Resize(int32_t slotCount, int32_t points)
 {
@@ -112,6 +113,7 @@ bool CAudioConvolution::Load(const CAudioFormat* newFormat, bool force)
     RebuildChannels();
     paths.RemoveAll();
     partitionCount = 0;
+    blocksSinceEmpty = 0;
 
     loadError = false;
     loadNotes.clear();
@@ -143,8 +145,10 @@ void CAudioConvolution::BuildPlans()
     DestroyPlans();
     scratchWindow.Resize(fftSize);
     scratchSpectrum.Resize(SpectrumPoints());
+    mixWindow.Resize(fftSize);
+    tailTransforms.clear();
     auto* spectrum = reinterpret_cast<fftw_complex*>(scratchSpectrum.Data());
-    std::lock_guard<std::mutex> planner(PlannerMutex());
+    std::lock_guard<std::mutex> planner(TransformPlannerMutex());
     // Planned on the scratch arrays and run on others of the same alignment
     // through the new-array interface. ESTIMATE keeps the plans, and so the
     // rounding of every run, the same from one load to the next.
@@ -156,7 +160,7 @@ void CAudioConvolution::BuildPlans()
 
 void CAudioConvolution::DestroyPlans()
 {
-    std::lock_guard<std::mutex> planner(PlannerMutex());
+    std::lock_guard<std::mutex> planner(TransformPlannerMutex());
     if (forwardPlan != nullptr)
         fftw_destroy_plan(forwardPlan);
     if (inversePlan != nullptr)
@@ -180,15 +184,26 @@ void CAudioConvolution::RebuildChannels()
 void CAudioConvolution::SizeHistories()
 {
     const int32_t points = SpectrumPoints();
+    historyDepth = 0;
+    for (const CPath* path : paths)
+        historyDepth = std::max(historyDepth, path->GetHeadPartitions());
     for (CChannel* channel : channels)
-        channel->history.Resize(partitionCount, points);
+        channel->history.Resize(historyDepth, points);
     for (CPath* path : paths)
     {
         path->mixing =
             path->lines.size() > 1 || (path->lines.size() == 1 && path->lines[0].gain != 1.0);
         if (path->mixing)
-            path->mixHistory.Resize(partitionCount, points);
+            path->mixHistory.Resize(historyDepth, points);
     }
+    std::vector<int32_t> tailFrames(channels.GetCount(), 0);
+    for (const CPath* path : paths)
+        if (path->tail != nullptr && path->outputChannel >= 0 &&
+            path->outputChannel < channels.GetCount())
+            tailFrames[path->outputChannel] =
+                std::max(tailFrames[path->outputChannel], path->tail->OutputFrames());
+    for (int32_t c = 0; c < channels.GetCount(); ++c)
+        channels[c]->tailOutput.Resize(tailFrames[c]);
 }
 
 bool CAudioConvolution::Reset()
@@ -201,7 +216,14 @@ bool CAudioConvolution::Reset()
         channel->history.count = 0;
     }
     for (CPath* path : paths)
+    {
         path->mixHistory.count = 0;
+        if (path->tail != nullptr)
+            path->tail->Clear();
+    }
+    for (CChannel* channel : channels)
+        channel->tailOutput.Clear();
+    blocksSinceEmpty = 0;
     outputBuffer = std::vector<double>();
     outputUsed = 0;
     performanceHistory.RemoveAllKeepCapacity();
@@ -284,8 +306,9 @@ void CAudioConvolution::RunBlock()
     {
         channel->spectrumReady = false;
         channel->hasOutput = false;
-        channel->history.position = (channel->history.position + 1) % std::max(partitionCount, 1);
+        channel->history.position = (channel->history.position + 1) % std::max(historyDepth, 1);
     }
+    ++blocksSinceEmpty;
 }
 
 void CAudioConvolution::AppendOutput()
@@ -307,8 +330,15 @@ void CAudioConvolution::AppendOutput()
             source = scratchWindow.Data() + half;
             scale = inverseScale;
         }
+        double* target = out + c;
         for (int32_t k = 0; k < blockSize; ++k)
-            out[static_cast<size_t>(k) * channelCount + c] = source[k] * scale;
+            target[static_cast<size_t>(k) * channelCount] = source[k] * scale;
+        if (!channel.tailOutput.IsEmpty())
+            channel.tailOutput.Take((blocksSinceEmpty + 1) * blockSize, blockSize,
+                                    [&](int32_t k, double value) {
+                                        target[static_cast<size_t>(k) * channelCount] +=
+                                            value * volume;
+                                    });
     }
 }
 
@@ -338,7 +368,7 @@ void CAudioConvolution::TransformChannel(CChannel& channel)
     if (channel.spectrumReady)
         return;
     CSpectrumHistory& history = channel.history;
-    history.count = std::min(history.count + 1, partitionCount);
+    history.count = std::min(history.count + 1, historyDepth);
     if (forwardPlan != nullptr && history.spectra.Data() != nullptr)
         fftw_execute_dft_r2c(forwardPlan, channel.input.Data(),
                              reinterpret_cast<fftw_complex*>(history.Slot(history.position)));
@@ -362,7 +392,7 @@ void CAudioConvolution::RunPath(CPath& path)
     else if (!path.lines.empty() && path.mixHistory.spectra.Data() != nullptr)
     {
         CSpectrumHistory& mix = path.mixHistory;
-        mix.count = std::min(mix.count + 1, partitionCount);
+        mix.count = std::min(mix.count + 1, historyDepth);
         Complex* slot = mix.Slot(mix.position);
         bool first = true;
         for (const CPath::CInputLine& line : path.lines)
@@ -395,9 +425,62 @@ void CAudioConvolution::RunPath(CPath& path)
             target.hasOutput = true;
         }
         AccumulatePartitions(target.outputSpectrum.Data(), *source, path, useSSE);
+        if (path.tail != nullptr)
+            RunTail(path, target);
     }
     if (path.mixing && path.mixHistory.slots > 0)
         path.mixHistory.position = (path.mixHistory.position + 1) % path.mixHistory.slots;
+}
+
+CTailContext CAudioConvolution::TailContext()
+{
+    CTailContext context;
+    context.blockFrames = fftSize / 2;
+    context.blockForward = forwardPlan;
+    context.blockWindow = scratchWindow.Data();
+    context.blockSpectrum = scratchSpectrum.Data();
+    context.levels = &tailTransforms;
+    context.paired = useSSE;
+    return context;
+}
+
+bool CAudioConvolution::BuildTailTransforms(const std::vector<CPartitionLevel>& layout)
+{
+    if (tailTransforms.empty())
+        tailTransforms.emplace_back();  // level 0 is the engine's own plan
+    for (size_t l = tailTransforms.size(); l < layout.size(); ++l)
+        tailTransforms.push_back(std::make_unique<CTailTransforms>(layout[l].size));
+    return std::all_of(tailTransforms.begin() + 1, tailTransforms.end(),
+                       [](const std::unique_ptr<CTailTransforms>& transforms) {
+                           return transforms->forward != nullptr && transforms->inverse != nullptr;
+                       });
+}
+
+void CAudioConvolution::RunTail(CPath& path, CChannel& target)
+{
+    // The tail reads the path's input in the time domain: a channel's
+    // window as it is, a mix built here. Only the newest half is new, except
+    // in the first block, whose first half the tail also needs.
+    const double* window = nullptr;
+    if (!path.mixing)
+        window = channels[path.lines[0].channel]->input.Data();
+    else if (mixWindow.Data() != nullptr)
+    {
+        const int32_t from = blocksSinceEmpty == 0 ? 0 : fftSize / 2;
+        double* mix = mixWindow.Data();
+        std::fill(mix + from, mix + fftSize, 0.0);
+        for (const CPath::CInputLine& line : path.lines)
+            if (line.channel >= 0 && line.channel < channels.GetCount())
+            {
+                const double* input = channels[line.channel]->input.Data();
+                for (int32_t i = from; i < fftSize; ++i)
+                    mix[i] += line.gain * input[i];
+            }
+        window = mix;
+    }
+    if (window != nullptr && forwardPlan != nullptr)
+        path.tail->RunBlock(window, blocksSinceEmpty, TailContext(), target.outputSpectrum.Data(),
+                            target.tailOutput);
 }
 
 void CAudioConvolution::Normalize()

@@ -5,8 +5,10 @@
 //
 // The transforms are real-input ones: the window is real, so the upper half
 // of its complex spectrum mirrors the lower one and only N/2 + 1 points are
-// kept and multiplied. The output equals that of a complex transform of the
-// same real window within rounding, frame for frame and block for block.
+// kept and multiplied. A long impulse keeps block-sized partitions only for
+// its head; the rest goes to larger ones (ConvolutionTail.h). The output
+// equals that of complex transforms of the same real windows in uniform
+// partitions within rounding, frame for frame and block for block.
 #pragma once
 
 #include <fftw3.h>
@@ -18,55 +20,13 @@
 #include <utility>
 #include <vector>
 
+#include "convolution/AlignedArray.h"
+#include "convolution/ConvolutionTail.h"
 #include "core/QVArray.h"
 #include "core/QVString.h"
 #include "core/QVStringArray.h"
 #include "core/QVTimer.h"
 #include "qvdsp/AudioFormat.h"
-
-// A zero-filled array of the transform library's alignment, owned.
-template <typename T>
-class CAlignedArray
-{
-public:
-    CAlignedArray() = default;
-    ~CAlignedArray() { Free(); }
-    CAlignedArray(const CAlignedArray&) = delete;
-    CAlignedArray& operator=(const CAlignedArray&) = delete;
-
-    // Reallocates only when the size differs; clears either way.
-    void Resize(int32_t newCount)
-    {
-        if (newCount != count)
-        {
-            Free();
-            if (newCount > 0)
-                items = static_cast<T*>(fftw_malloc(sizeof(T) * static_cast<size_t>(newCount)));
-            count = items != nullptr ? newCount : 0;
-        }
-        Clear();
-    }
-    void Clear()
-    {
-        for (int32_t i = 0; i < count; ++i)
-            items[i] = T();
-    }
-    void Free()
-    {
-        fftw_free(items);
-        items = nullptr;
-        count = 0;
-    }
-    T* Data() { return items; }
-    const T* Data() const { return items; }
-    T& operator[](int32_t index) { return items[index]; }
-    const T& operator[](int32_t index) const { return items[index]; }
-    int32_t GetCount() const { return count; }
-
-private:
-    T* items = nullptr;
-    int32_t count = 0;
-};
 
 class CAudioConvolution
 {
@@ -95,6 +55,7 @@ public:
         CAlignedArray<double> input;  // the sliding window of N frames
         CSpectrumHistory history;
         CAlignedArray<Complex> outputSpectrum;
+        CTailOutput tailOutput;  // sums of the paths' tails, ahead of time
     };
 
     class CPath
@@ -106,14 +67,22 @@ public:
             double gain = 1.0;
         };
 
-        int32_t GetPartitions() const { return stride > 0 ? filterSize / stride : 0; }
+        // Partitions of N/2 frames that the impulse spans, delay included.
+        int32_t GetPartitions() const { return partitions; }
+        // Those of them that are multiplied block by block; the tail has the
+        // rest in larger ones.
+        int32_t GetHeadPartitions() const { return stride > 0 ? filterSize / stride : 0; }
+        // The filter's gain, head and tail alike.
+        void ScaleFilter(double factor);
 
         std::vector<CInputLine> lines;
         int32_t outputChannel = 0;
         CSpectrumHistory mixHistory;    // only while `mixing`
-        CAlignedArray<Complex> filter;  // the partition spectra, one after another
-        int32_t filterSize = 0;         // partitions x points per spectrum
-        int32_t stride = 0;             // points per partition spectrum
+        CAlignedArray<Complex> filter;  // the head's partition spectra, one after another
+        int32_t filterSize = 0;         // head partitions x points per spectrum
+        int32_t partitions = 0;
+        std::unique_ptr<CConvolutionTail> tail;  // only for a long impulse
+        int32_t stride = 0;                      // points per partition spectrum
         bool mixing = false;
         int32_t peakPosition = 0;  // frame of the largest magnitude, delay included
         // Where the impulse came from, for reports.
@@ -216,6 +185,9 @@ private:
 
     void RunBlock();
     void RunPath(CPath& path);
+    void RunTail(CPath& path, CChannel& target);
+    CTailContext TailContext();
+    bool BuildTailTransforms(const std::vector<CPartitionLevel>& layout);
     void TransformChannel(CChannel& channel);
     void AppendOutput();
     void UpdatePerformance(int32_t blocks);
@@ -239,6 +211,13 @@ private:
     int32_t planSize = 0;
     CAlignedArray<double> scratchWindow;  // the inverse transform's target
     CAlignedArray<Complex> scratchSpectrum;
+    CAlignedArray<double> mixWindow;  // a mixing path's input, for its tail
+    // Slots of every spectrum history: the most head partitions of any path.
+    int32_t historyDepth = 0;
+    // Blocks since the histories were last emptied; the tails' clock.
+    int64_t blocksSinceEmpty = 0;
+    // The larger partitions' plans, by level (none for level 0).
+    std::vector<std::unique_ptr<CTailTransforms>> tailTransforms;
     std::vector<double> outputBuffer;  // capacity kept until Reset
     size_t outputUsed = 0;             // doubles
     QVTimer timer;

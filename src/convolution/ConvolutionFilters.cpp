@@ -286,8 +286,7 @@ void CAudioConvolution::LoadConfigurationBlock(const QVStringArray& lines, int32
                     [common](const CPath::CInputLine& line) { return line.gain == common; });
     if (allCommon && common != 1.0)
     {
-        for (int32_t i = 0; i < path->filterSize; ++i)
-            path->filter[i] *= common;
+        path->ScaleFilter(common);
         for (CPath::CInputLine& line : path->lines)
             line.gain = 1.0;
     }
@@ -375,25 +374,15 @@ bool CAudioConvolution::BuildPathFilter(CPath& path, const CFilterFile& file, in
     if (partitions <= 0 || partitions > INT32_MAX / (half + 1))
         return false;
 
-    const int32_t points = SpectrumPoints();
-    path.stride = points;
-    path.filterSize = static_cast<int32_t>(partitions) * points;
-    path.filter.Resize(path.filterSize);
-    path.fileName = file.name;
-    path.fileChannel = fileChannel;
-    path.delayFrames = delayFrames;
-
-    const auto valueAt = [&](int64_t j)
-    {
-        return j < delayFrames ? 0.0
-                               : gain * file.samples[static_cast<size_t>(
-                                            (j - delayFrames) * stride + fileChannel)];
-    };
+    std::vector<double> impulse(static_cast<size_t>(total), 0.0);
+    for (int64_t j = delayFrames; j < total; ++j)
+        impulse[static_cast<size_t>(j)] =
+            gain * file.samples[static_cast<size_t>((j - delayFrames) * stride + fileChannel)];
     double peak = 0.0;
     path.peakPosition = 0;
     for (int64_t j = 0; j < total; ++j)
     {
-        const double magnitude = std::fabs(valueAt(j));
+        const double magnitude = std::fabs(impulse[static_cast<size_t>(j)]);
         if (magnitude > peak)
         {
             peak = magnitude;
@@ -401,22 +390,37 @@ bool CAudioConvolution::BuildPathFilter(CPath& path, const CFilterFile& file, in
         }
     }
 
+    const std::vector<CPartitionLevel> layout = LayoutPartitions(total, half);
+    const int32_t headPartitions = layout.front().count;
+    const int32_t points = SpectrumPoints();
+    path.stride = points;
+    path.partitions = static_cast<int32_t>(partitions);
+    path.filterSize = headPartitions * points;
+    path.filter.Resize(path.filterSize);
+    path.fileName = file.name;
+    path.fileChannel = fileChannel;
+    path.delayFrames = delayFrames;
+
     // Each run of N/2 frames fills the first half of a window whose second
     // half stays zero: the product with a window spectrum is then a linear,
     // not circular, convolution over the half that is kept.
-    for (int64_t partition = 0; partition < partitions; ++partition)
+    for (int64_t partition = 0; partition < headPartitions; ++partition)
     {
         scratchWindow.Clear();
-        for (int32_t k = 0; k < half; ++k)
-        {
-            const int64_t j = partition * half + k;
-            if (j < total)
-                scratchWindow[k] = valueAt(j);
-        }
+        const int64_t first = partition * half;
+        const int64_t last = std::min<int64_t>(first + half, total);
+        std::copy(impulse.begin() + first, impulse.begin() + last, scratchWindow.Data());
         if (forwardPlan != nullptr && path.filter.Data() != nullptr)
             fftw_execute_dft_r2c(
                 forwardPlan, scratchWindow.Data(),
                 reinterpret_cast<fftw_complex*>(path.filter.Data() + partition * points));
+    }
+    path.tail.reset();
+    if (layout.size() > 1)
+    {
+        path.tail = std::make_unique<CConvolutionTail>();
+        if (!BuildTailTransforms(layout) || !path.tail->Build(impulse, layout, TailContext()))
+            return false;
     }
     return true;
 }

@@ -19,6 +19,17 @@ double* Doubles(Complex* values)
 
 }  // namespace
 
+// The loops below are the engine's hot spot and stream their operands from
+// memory; wider vectors than the baseline's SSE2 nearly halve their time. The
+// loader picks the widest clone the processor runs. -ffp-contract=off keeps
+// every clone's rounding the same, so the clone in use changes no output.
+#if defined(__x86_64__) && !defined(__clang__)
+#define QV_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define QV_VECTOR_CLONES
+#endif
+
+QV_VECTOR_CLONES
 void MultiplyAccumulate(Complex* accumulator, const Complex* spectrum, const Complex* filter,
                         int32_t points)
 {
@@ -32,6 +43,7 @@ void MultiplyAccumulate(Complex* accumulator, const Complex* spectrum, const Com
     }
 }
 
+QV_VECTOR_CLONES
 void MultiplyAccumulatePair(Complex* accumulator, const Complex* spectrumA, const Complex* filterA,
                             const Complex* spectrumB, const Complex* filterB, int32_t points)
 {
@@ -51,6 +63,7 @@ void MultiplyAccumulatePair(Complex* accumulator, const Complex* spectrumA, cons
     }
 }
 
+QV_VECTOR_CLONES
 void AddScaled(Complex* target, const Complex* source, double gain, int32_t points)
 {
     double* __restrict out = Doubles(target);
@@ -59,26 +72,34 @@ void AddScaled(Complex* target, const Complex* source, double gain, int32_t poin
         out[i] += gain * in[i];
 }
 
-void AccumulatePartitions(Complex* accumulator, CAudioConvolution::CSpectrumHistory& history,
-                          const CAudioConvolution::CPath& path, bool paired)
+void AccumulateRing(Complex* accumulator, const Complex* ring, int32_t slots, int32_t position,
+                    int32_t available, const Complex* filter, int32_t partitions, int32_t stride,
+                    int32_t points, bool paired)
 {
-    if (history.spectra.Data() == nullptr || path.filter.Data() == nullptr)
+    if (ring == nullptr || filter == nullptr)
         return;
-    const int32_t points = history.stride;
-    const int32_t partitions = std::min(path.GetPartitions(), history.count);
-    const auto slotOf = [&history](int32_t age)
+    const int32_t used = std::min(partitions, available);
+    const auto spectrumOf = [=](int32_t age)
     {
-        const int32_t slot = history.position - age;
-        return slot < 0 ? slot + history.slots : slot;
+        const int32_t slot = position - age;
+        return ring + static_cast<size_t>(slot < 0 ? slot + slots : slot) * stride;
     };
-    const auto filterOf = [&path, points](int32_t partition)
-    { return path.filter.Data() + static_cast<size_t>(partition) * points; };
+    const auto filterOf = [=](int32_t partition)
+    { return filter + static_cast<size_t>(partition) * stride; };
 
     int32_t i = 0;
     if (paired)
-        for (; i + 1 < partitions; i += 2)
-            MultiplyAccumulatePair(accumulator, history.Slot(slotOf(i)), filterOf(i),
-                                   history.Slot(slotOf(i + 1)), filterOf(i + 1), points);
-    for (; i < partitions; ++i)
-        MultiplyAccumulate(accumulator, history.Slot(slotOf(i)), filterOf(i), points);
+        for (; i + 1 < used; i += 2)
+            MultiplyAccumulatePair(accumulator, spectrumOf(i), filterOf(i), spectrumOf(i + 1),
+                                   filterOf(i + 1), points);
+    for (; i < used; ++i)
+        MultiplyAccumulate(accumulator, spectrumOf(i), filterOf(i), points);
+}
+
+void AccumulatePartitions(Complex* accumulator, CAudioConvolution::CSpectrumHistory& history,
+                          const CAudioConvolution::CPath& path, bool paired)
+{
+    AccumulateRing(accumulator, history.spectra.Data(), history.slots, history.position,
+                   history.count, path.filter.Data(), path.GetHeadPartitions(), history.stride,
+                   history.stride, paired);
 }

@@ -25,6 +25,14 @@ void MultiplyAccumulatePair(CAudioConvolution::Complex* accumulator,
 void AddScaled(CAudioConvolution::Complex* target, const CAudioConvolution::Complex* source,
                double gain, int32_t points);
 
+// The newest `available` spectra of a ring of `slots`, `stride` points apart
+// with the newest at `position`, against as many of `partitions` filter
+// spectra laid out the same way: filter i multiplies the spectrum i slots old.
+void AccumulateRing(CAudioConvolution::Complex* accumulator, const CAudioConvolution::Complex* ring,
+                    int32_t slots, int32_t position, int32_t available,
+                    const CAudioConvolution::Complex* filter, int32_t partitions, int32_t stride,
+                    int32_t points, bool paired);
+
 // The partitions of one path against the history it reads: partition i
 // multiplies the spectrum i blocks old, for as many partitions as the history
 // holds data. `paired` takes them two at a time where it can.

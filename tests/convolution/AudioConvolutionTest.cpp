@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <fftw3.h>
+
+#include <algorithm>
 #include <cmath>
 
 #include "ConvolutionTestSupport.h"
@@ -234,4 +237,163 @@ TEST(AudioConvolution, WindowSizeByRateAndSmallFilters)
         EXPECT_EQ(loaded.engine.fftSize, 1024);
         EXPECT_TRUE(loaded.engine.IsValid());
     }
+}
+
+namespace
+{
+
+// The plain linear convolution through one transform of the whole signal,
+// then without the products that the first window's first half makes with
+// the partitions it never met: frame n < N/2 reaches output frame t only
+// through taps below the start of t's hop. The same as WindowedConvolution,
+// in a time that allows impulses of hundreds of thousands of taps.
+std::vector<double> WindowedConvolutionByTransform(const std::vector<double>& x,
+                                                   const std::vector<double>& h, size_t half)
+{
+    size_t size = 1;
+    while (size < x.size() + h.size())
+        size *= 2;
+    const size_t points = size / 2 + 1;
+    std::vector<double> a(size, 0.0), b(size, 0.0), y(size);
+    std::copy(x.begin(), x.end(), a.begin());
+    std::copy(h.begin(), h.end(), b.begin());
+    std::vector<fftw_complex> fa(points), fb(points);
+    fftw_plan pa = fftw_plan_dft_r2c_1d(static_cast<int>(size), a.data(), fa.data(), FFTW_ESTIMATE);
+    fftw_plan pb = fftw_plan_dft_r2c_1d(static_cast<int>(size), b.data(), fb.data(), FFTW_ESTIMATE);
+    fftw_execute(pa);
+    fftw_execute(pb);
+    for (size_t k = 0; k < points; ++k)
+    {
+        const double re = fa[k][0] * fb[k][0] - fa[k][1] * fb[k][1];
+        const double im = fa[k][0] * fb[k][1] + fa[k][1] * fb[k][0];
+        fa[k][0] = re / static_cast<double>(size);
+        fa[k][1] = im / static_cast<double>(size);
+    }
+    fftw_plan pi = fftw_plan_dft_c2r_1d(static_cast<int>(size), fa.data(), y.data(), FFTW_ESTIMATE);
+    fftw_execute(pi);
+    fftw_destroy_plan(pa);
+    fftw_destroy_plan(pb);
+    fftw_destroy_plan(pi);
+    y.resize(x.size());
+    for (size_t t = 0; t < y.size(); ++t)
+        for (size_t n = 0; n <= t % half && n <= t; ++n)
+            if (t - n < h.size())
+                y[t] -= h[t - n] * x[n];
+    return y;
+}
+
+}  // namespace
+
+// An impulse of many blocks goes mostly into larger partitions. Through a
+// configuration: output 0 mixes both inputs at different gains (the mix is
+// built for the larger partitions in the time domain), output 1 takes input
+// 1 at a common gain folded into the filter, delayed by 120 frames. Calls
+// of any size give the windowed convolution, first blocks included, and the
+// steady blocks of the larger partitions allocate nothing.
+TEST(AudioConvolution, LargerPartitionsMatchTheWindowedConvolution)
+{
+    TempFolder folder;
+    const int taps = 24000;  // 8 blocks of 512, then 5 partitions of 4096
+    const std::vector<double> left = DecayingImpulse(taps, 31);
+    const std::vector<double> right = DecayingImpulse(taps, 32);
+    WriteWav(folder.File("long.wav"), Interleave({left, right}), 2, 48000);
+    WriteText(folder.File("long.cfg"),
+              "48000 2 2 0\n0 0\n0 2.5\nlong.wav\n0\n0.5 1.25\n0\nlong.wav\n1\n1.5\n1\n");
+    LoadedEngine loaded(folder.File("long.cfg"), MakeFormat(2));
+    CAudioConvolution& engine = loaded.engine;
+    ASSERT_TRUE(engine.IsValid());
+    ASSERT_EQ(engine.paths.GetCount(), 2);
+    EXPECT_TRUE(engine.paths[0]->mixing);
+    EXPECT_FALSE(engine.paths[1]->mixing);
+    EXPECT_EQ(engine.paths[0]->GetPartitions(), 47);
+    EXPECT_EQ(engine.paths[1]->GetPartitions(), 48);  // 120 frames of delay
+    EXPECT_EQ(engine.paths[0]->GetHeadPartitions(), 8);
+    EXPECT_EQ(engine.partitionCount, 48);
+
+    const size_t frames = 36000;
+    const std::vector<double> input = Noise(2 * frames, 17);
+    const std::vector<double> x0 = ChannelOf(input, 2, 0);
+    const std::vector<double> x1 = ChannelOf(input, 2, 1);
+    std::vector<double> mix(frames), half1(frames);
+    for (size_t i = 0; i < frames; ++i)
+    {
+        mix[i] = 0.5 * x0[i] + 0.25 * x1[i];
+        half1[i] = 0.5 * x1[i];
+    }
+    const std::vector<double> expected = ExpectedOutput(
+        {WindowedConvolution(mix, left, 512), WindowedConvolution(half1, right, 512, 120)},
+        engine.fftSize, frames);
+    for (int chunk : {1, 31, 127, static_cast<int>(frames)})
+    {
+        engine.Reset();
+        ExpectClose(RunEngine(engine, input, 2, chunk), expected,
+                    "calls of " + std::to_string(chunk));
+    }
+
+    // Past the first 47 blocks only the steady work remains, the larger
+    // partitions' runs every 8 blocks included.
+    engine.Process(input.data(), 512 * 50);
+    qvtest::ScopedAllocationCount count;
+    engine.Process(input.data(), 512 * 20);
+    EXPECT_EQ(count.Allocations(), 0);
+}
+
+// Two levels of larger partitions (4096 and 32768 frames at 512-frame
+// blocks) behind the head, against the windowed convolution computed through
+// one transform of the whole signal.
+TEST(AudioConvolution, TwoLevelsOfLargerPartitionsMatchTheWindowedConvolution)
+{
+    TempFolder folder;
+    const int taps = 170000;
+    std::vector<double> impulse = DecayingImpulse(taps, 41);
+    for (double& tap : impulse)
+        tap /= 50.0;  // keeps the output near full scale
+    WriteWav(folder.File("hall.wav"), impulse, 1, 48000);
+    LoadedEngine loaded(folder.File("hall.wav"), MakeFormat(1));
+    CAudioConvolution& engine = loaded.engine;
+    ASSERT_TRUE(engine.IsValid());
+    EXPECT_EQ(engine.paths[0]->GetHeadPartitions(), 8);
+    EXPECT_EQ(engine.paths[0]->GetPartitions(), (taps + 511) / 512);
+
+    const size_t frames = 240000;
+    const std::vector<double> input = Noise(frames, 23);
+    const std::vector<double> expected = ExpectedOutput(
+        {WindowedConvolutionByTransform(input, impulse, 512)}, engine.fftSize, frames);
+    for (int chunk : {1, 4999})
+    {
+        engine.Reset();
+        ExpectClose(RunEngine(engine, input, 1, chunk), expected,
+                    "calls of " + std::to_string(chunk));
+    }
+}
+
+// The layout of the partitions: 8 blocks first, then levels 8 times larger
+// of 7 partitions each, a level opened only when the rest fills half of it.
+TEST(AudioConvolution, PartitionLayoutGrowsByLevelsThatPayForThemselves)
+{
+    const auto counts = [](int64_t taps)
+    {
+        std::vector<int32_t> result;
+        int64_t covered = 0;
+        int64_t last = 0;
+        for (const CPartitionLevel& level : LayoutPartitions(taps, 4096))
+        {
+            EXPECT_EQ(level.offset, covered) << taps;
+            // A level's output is due no earlier than one block after the
+            // window that completes its input.
+            EXPECT_GE(level.offset, level.size == 4096 ? 0 : level.size) << taps;
+            covered += static_cast<int64_t>(level.size) * level.count;
+            last = level.size;
+            result.push_back(level.count);
+        }
+        EXPECT_GE(covered, taps);
+        EXPECT_LT(covered - taps, last) << "a partition beyond the impulse";
+        return result;
+    };
+    EXPECT_EQ(counts(100), std::vector<int32_t>({1}));
+    EXPECT_EQ(counts(65536), std::vector<int32_t>({16}));        // a level would not pay
+    EXPECT_EQ(counts(40 * 4096), std::vector<int32_t>({8, 4}));  // half a level: it pays
+    EXPECT_EQ(counts(262144), std::vector<int32_t>({8, 7}));     // 8 + 7 x 8 blocks
+    EXPECT_EQ(counts(262145), std::vector<int32_t>({8, 8}));     // no third level yet
+    EXPECT_EQ(counts(320 * 4096), std::vector<int32_t>({8, 7, 4}));
 }
