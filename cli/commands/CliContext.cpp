@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -153,6 +155,17 @@ bool IsDecimalText(const std::string& text, bool integer)
             return false;
     }
     return i == text.size();
+}
+
+std::optional<double> ParseDecimal(std::string text)
+{
+    std::replace(text.begin(), text.end(), ',', '.');
+    char* end = nullptr;
+    errno = 0;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != 0 || errno != 0 || !std::isfinite(value))
+        return std::nullopt;
+    return value;
 }
 
 std::string EscapeControls(const std::string& text)

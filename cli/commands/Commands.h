@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace CLI
@@ -48,6 +49,9 @@ void SetSettingsCommandAction(CLI::App& command, CliContext& context, std::funct
 // Plain decimal numbers only: an optional sign, digits with at most one "."
 // or ",", and for non-integers an exponent.
 bool IsDecimalText(const std::string& text, bool integer);
+// A number as the panels' edit fields take it: "." or "," as the decimal
+// mark, the whole text, finite; nothing when the text is no such number.
+std::optional<double> ParseDecimal(std::string text);
 
 // Text from a user's file fit to echo on a terminal: control characters
 // and bytes that are not UTF-8 become escapes such as \x1b.

@@ -4,7 +4,6 @@
 // and a change is written once, by the panel's own save.
 #include <CLI/CLI.hpp>
 
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -179,20 +178,12 @@ int32_t CheckedChoice(Dlg::EGroup group, const std::string& given)
 
 double CheckedAmount(const std::string& text)
 {
-    std::string number = Trimmed(text);
-    for (char& c : number)
-    {
-        if (c == ',')
-            c = '.';
-    }
-    char* end = nullptr;
-    errno = 0;
-    const double amount = std::strtod(number.c_str(), &end);
-    if (number.empty() || *end != 0 || errno != 0 || !std::isfinite(amount))
+    const std::optional<double> amount = ParseDecimal(Trimmed(text));
+    if (!amount)
         throw CliError(CLI_EXIT_USAGE, "'" + text + "' is not a number; the amount is 1 to 10");
-    if (amount < Dlg::MIN_AMOUNT || amount > Dlg::MAX_AMOUNT)
+    if (*amount < Dlg::MIN_AMOUNT || *amount > Dlg::MAX_AMOUNT)
         throw CliError(CLI_EXIT_USAGE, "amount " + text + " is outside 1 to 10");
-    return amount;
+    return *amount;
 }
 
 void CheckZoneKeepsSettings(const CliContext& context)

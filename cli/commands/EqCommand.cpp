@@ -4,7 +4,6 @@
 // refused command writes nothing.
 #include <CLI/CLI.hpp>
 
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -82,21 +81,13 @@ QVString CheckedSetting(const std::string& text)
 
 double CheckedGain(const std::string& text)
 {
-    std::string number = text;
-    for (char& c : number)
-    {
-        if (c == ',')
-            c = '.';
-    }
-    char* end = nullptr;
-    errno = 0;
-    const double gain = std::strtod(number.c_str(), &end);
-    if (number.empty() || *end != 0 || errno != 0 || !std::isfinite(gain))
+    const std::optional<double> gain = ParseDecimal(text);
+    if (!gain)
         throw CliError(CLI_EXIT_USAGE, "'" + text + "' is not a number of dB");
-    if (gain < CEqualizerDlg::SLIDER_MIN_DB || gain > CEqualizerDlg::SLIDER_MAX_DB)
+    if (*gain < CEqualizerDlg::SLIDER_MIN_DB || *gain > CEqualizerDlg::SLIDER_MAX_DB)
         throw CliError(CLI_EXIT_USAGE,
                        "gain " + text + " dB is outside the sliders' -12 to +12 dB");
-    return gain;
+    return *gain;
 }
 
 std::string FrequencyText(double hz)

@@ -8,7 +8,6 @@
 #include <sndfile.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -88,18 +87,6 @@ int32_t ParseSpeaker(const std::string& text)
             return speaker;
     }
     throw CliError(CLI_EXIT_USAGE, "no speaker '" + text + "'; speakers: " + SpeakerList());
-}
-
-// A number as the panel's edit fields take it: "." or "," as the decimal mark.
-std::optional<double> ParseNumber(std::string text)
-{
-    std::replace(text.begin(), text.end(), ',', '.');
-    char* end = nullptr;
-    errno = 0;
-    const double value = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != 0 || errno != 0 || !std::isfinite(value))
-        return std::nullopt;
-    return value;
 }
 
 std::string Number(double value, const char* format)
@@ -189,7 +176,7 @@ SpeakerEdit ParseAssignments(const std::vector<std::string>& assignments)
         const std::string value = assignment.substr(equals + 1);
         if (key == "level")
         {
-            const auto level = ParseNumber(value);
+            const auto level = ParseDecimal(value);
             if (!level)
                 throw CliError(CLI_EXIT_USAGE, "level '" + value + "' is not a number of dB");
             CheckRange("level", *level, Dlg::LEVEL_MIN_DB, Dlg::LEVEL_MAX_DB, "dB");
@@ -206,7 +193,7 @@ SpeakerEdit ParseAssignments(const std::vector<std::string>& assignments)
                 number.pop_back();
                 metres = true;
             }
-            const auto distance = ParseNumber(number);
+            const auto distance = ParseDecimal(number);
             if (!distance)
                 throw CliError(CLI_EXIT_USAGE, "distance '" + value +
                                                    "' is not a number of feet (or of metres "
@@ -486,7 +473,7 @@ void Levels(const CliContext& context, const RoomOptions& options)
             fields.emplace_back();
             continue;
         }
-        if (!ParseNumber(reading))
+        if (!ParseDecimal(reading))
             throw CliError(CLI_EXIT_USAGE, "reading '" + reading + "' of " + SPEAKER_NAMES[i] +
                                                " is not a number of dB (or \"-\" for none)");
         fields.push_back(QVString::FromUTF8(reading));
