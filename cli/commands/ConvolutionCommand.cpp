@@ -18,7 +18,6 @@
 #include "cli/host/PluginChain.h"
 #include "convolution/ConvolutionDlg.h"
 #include "convolution/ConvolutionPlugin.h"
-#include "core/QVFileSystem.h"
 #include "frame/PluginFactory.h"
 
 namespace
@@ -98,12 +97,13 @@ std::string FilterProblem(const QVString& filter)
     if (filter.IsEmpty())
         return "no filter is chosen";
     const std::string name = Utf8(filter);
-    if (!QVFileSystem::FileExists(filter, true))
-        return "the filter file \"" + name + "\" does not exist";
-    std::FILE* file = std::fopen(name.c_str(), "rb");
-    if (file == nullptr)
-        return "the filter file \"" + name + "\" cannot be read";
-    std::fclose(file);
+    switch (CheckReadable(name))
+    {
+    case FileAccess::Missing:
+    case FileAccess::Folder: return "the filter file \"" + name + "\" does not exist";
+    case FileAccess::Unreadable: return "the filter file \"" + name + "\" cannot be read";
+    case FileAccess::Readable: break;
+    }
     return std::string();
 }
 

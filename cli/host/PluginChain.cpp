@@ -80,16 +80,15 @@ std::string LatencyText(int64_t frames, uint32_t sampleRate)
 // What is wrong with the filter file itself, or empty when it can be opened.
 std::string FilterFileProblem(const std::string& name)
 {
-    std::error_code error;
-    const auto status = std::filesystem::status(name, error);
-    if (!std::filesystem::exists(status))
-        return "its filter \"" + name + "\" does not exist";
-    if (std::filesystem::is_directory(status))
-        return "its filter \"" + name + "\" is a folder";
-    std::FILE* file = std::fopen(name.c_str(), "rb");
-    if (file == nullptr)
-        return "its filter \"" + name + "\" cannot be read: " + std::strerror(errno);
-    std::fclose(file);
+    int error = 0;
+    switch (CheckReadable(name, &error))
+    {
+    case FileAccess::Missing: return "its filter \"" + name + "\" does not exist";
+    case FileAccess::Folder: return "its filter \"" + name + "\" is a folder";
+    case FileAccess::Unreadable:
+        return "its filter \"" + name + "\" cannot be read: " + std::strerror(error);
+    case FileAccess::Readable: break;
+    }
     return {};
 }
 
@@ -132,6 +131,25 @@ std::string ConvolutionProblem(CAudioConvolution& engine)
 }
 
 }  // namespace
+
+FileAccess CheckReadable(const std::string& name, int* error)
+{
+    std::error_code ignored;
+    const auto status = std::filesystem::status(name, ignored);
+    if (!std::filesystem::exists(status))
+        return FileAccess::Missing;
+    if (std::filesystem::is_directory(status))
+        return FileAccess::Folder;
+    std::FILE* file = std::fopen(name.c_str(), "rb");
+    if (file == nullptr)
+    {
+        if (error != nullptr)
+            *error = errno;
+        return FileAccess::Unreadable;
+    }
+    std::fclose(file);
+    return FileAccess::Readable;
+}
 
 std::string PassThroughReason(IQVDSP& plugin)
 {

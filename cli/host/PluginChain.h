@@ -65,6 +65,17 @@ PluginPointer CreatePlugin(const PluginEntry& entry, IQVDSPHost& host, int32_t z
 // The display name the plug-in reports, in UTF-8.
 std::string PluginName(IQVDSP& plugin);
 
+// Whether a file that a plug-in's settings name can be opened for reading;
+// `error` gets errno when it cannot.
+enum class FileAccess
+{
+    Readable,
+    Missing,
+    Folder,
+    Unreadable
+};
+FileAccess CheckReadable(const std::string& name, int* error = nullptr);
+
 // Why a stage that took the format still passes its audio on untouched (a
 // Convolution whose filter did not load), in words; empty when it works.
 std::string PassThroughReason(IQVDSP& plugin);

@@ -270,26 +270,16 @@ int32_t CHeadphonesDSPPlugin::ProcessBlock(double* samples, int32_t frames, IQVD
 
 void CHeadphonesDSPPlugin::LowPass(const double* samples, int32_t frames)
 {
-    CIIRFilter& left = *filters[0];
-    CIIRFilter& right = *filters[1];
-    if (AnalogSectionRegisters::Fits(left) && AnalogSectionRegisters::Fits(right))
-    {
-        AnalogSectionRegisters a(left);
-        AnalogSectionRegisters b(right);
-        for (int32_t f = 0; f < frames; ++f)
-        {
-            low[2 * f] = a.Step(samples[2 * f]);
-            low[2 * f + 1] = b.Step(samples[2 * f + 1]);
-        }
-        a.StoreTo(left);
-        b.StoreTo(right);
-        return;
-    }
+    // A designed second-order low-pass is always one analog-prototype section.
+    AnalogSectionRegisters a(*filters[0]);
+    AnalogSectionRegisters b(*filters[1]);
     for (int32_t f = 0; f < frames; ++f)
     {
-        low[2 * f] = left.Process(samples[2 * f]);
-        low[2 * f + 1] = right.Process(samples[2 * f + 1]);
+        low[2 * f] = a.Step(samples[2 * f]);
+        low[2 * f + 1] = b.Step(samples[2 * f + 1]);
     }
+    a.StoreTo(*filters[0]);
+    b.StoreTo(*filters[1]);
 }
 
 void CHeadphonesDSPPlugin::RememberLowPassed(int32_t frames)
