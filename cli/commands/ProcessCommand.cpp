@@ -2,6 +2,7 @@
 #include "cli/commands/Commands.h"
 #include "cli/host/FileProcessor.h"
 #include "cli/host/PluginChain.h"
+#include "frame/SettingsTransaction.h"
 
 #include <CLI/CLI.hpp>
 
@@ -21,10 +22,15 @@ struct ProcessOptions
 void RunProcess(const CliContext& context, const ProcessOptions& options)
 {
     CliHost host;
-    std::vector<PluginEntry> entries =
-        ResolveChain(options.chain, ListPlugins(host, context.zone, true));
     PluginChain chain;
-    BuildChain(chain, entries, host, context.zone, PluginUse::ReadOnly);
+    {
+        // Every plug-in of the catalogue and of the chain reads its settings
+        // as it is made: one read of the settings file serves them all.
+        CSettingsTransaction reading;
+        std::vector<PluginEntry> entries =
+            ResolveChain(options.chain, ListPlugins(host, context.zone, true));
+        BuildChain(chain, entries, host, context.zone, PluginUse::ReadOnly);
+    }
     // A player passes the audio of a stage that cannot work without a word;
     // a file processor tells once, before the audio, since a whole file is at stake.
     chain.SetNotices(&std::cerr);

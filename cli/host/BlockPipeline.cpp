@@ -9,7 +9,7 @@ BlockQueue::BlockQueue(int32_t blocks, size_t samplesPerBlock)
 {
     for (SampleBlock& block : storage)
     {
-        block.samples.resize(samplesPerBlock);
+        block.samples = std::make_unique_for_overwrite<double[]>(samplesPerBlock);
         empty.push_back(&block);
     }
 }
@@ -96,7 +96,7 @@ void ReadAhead::FillChunk(SampleBlock& chunk)
         while (chunk.frames < chunkFrames)
         {
             const int64_t got =
-                source(chunk.samples.data() + chunk.frames * channels, chunkFrames - chunk.frames);
+                source(chunk.samples.get() + chunk.frames * channels, chunkFrames - chunk.frames);
             if (got <= 0)
             {
                 chunk.last = true;
@@ -136,7 +136,7 @@ FrameSpan ReadAhead::Next()
             if (handedOut < current->frames)
             {
                 const int64_t frames = std::min(blockFrames, current->frames - handedOut);
-                FrameSpan block{current->samples.data() + handedOut * channels, frames};
+                FrameSpan block{current->samples.get() + handedOut * channels, frames};
                 handedOut += frames;
                 return block;
             }
@@ -179,7 +179,7 @@ void WriteBehind::Run()
         {
             try
             {
-                destination(piece->samples.data(), piece->frames);
+                destination(piece->samples.get(), piece->frames);
             }
             catch (...)
             {
@@ -216,8 +216,7 @@ void WriteBehind::Write(const double* samples, int64_t frames)
         }
         const int64_t room = pieceFrames - filling->frames;
         const int64_t taken = std::min(frames, room);
-        std::copy_n(samples, taken * channels,
-                    filling->samples.data() + filling->frames * channels);
+        std::copy_n(samples, taken * channels, filling->samples.get() + filling->frames * channels);
         filling->frames += taken;
         samples += taken * channels;
         frames -= taken;

@@ -12,12 +12,15 @@
 #include <deque>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <vector>
 
 struct SampleBlock
 {
-    std::vector<double> samples;  // interleaved, room for the queue's block size
+    // Interleaved, room for the queue's block size; left uninitialised, since
+    // only frames put in are taken out.
+    std::unique_ptr<double[]> samples;
     int64_t frames = 0;
     bool last = false;  // nothing follows in the stream
 };

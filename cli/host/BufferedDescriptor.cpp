@@ -43,7 +43,7 @@ sf_count_t PositionOf(void* user)
 }  // namespace
 
 BufferedDescriptor::BufferedDescriptor(int descriptor)
-    : descriptor(descriptor), buffer(BUFFER_BYTES)
+    : descriptor(descriptor), buffer(std::make_unique_for_overwrite<char[]>(BUFFER_BYTES))
 {
 }
 
@@ -116,7 +116,7 @@ int64_t BufferedDescriptor::ReadDirect(char* destination, int64_t bytes, int64_t
 bool BufferedDescriptor::Fill(int64_t offset)
 {
     bufferStart = offset;
-    readBytes = ReadDirect(buffer.data(), static_cast<int64_t>(buffer.size()), offset);
+    readBytes = ReadDirect(buffer.get(), static_cast<int64_t>(BUFFER_BYTES), offset);
     return readBytes > 0;
 }
 
@@ -131,7 +131,7 @@ int64_t BufferedDescriptor::Read(void* destination, int64_t bytes)
         if (!HasInBuffer(position))
         {
             // A read as large as the buffer gains nothing from it.
-            if (bytes - done >= static_cast<int64_t>(buffer.size()))
+            if (bytes - done >= static_cast<int64_t>(BUFFER_BYTES))
             {
                 const int64_t got = ReadDirect(out + done, bytes - done, position);
                 done += got;
@@ -143,7 +143,7 @@ int64_t BufferedDescriptor::Read(void* destination, int64_t bytes)
         }
         const int64_t from = position - bufferStart;
         const int64_t piece = std::min(bytes - done, readBytes - from);
-        std::memcpy(out + done, buffer.data() + from, static_cast<size_t>(piece));
+        std::memcpy(out + done, buffer.get() + from, static_cast<size_t>(piece));
         done += piece;
         position += piece;
     }
@@ -176,7 +176,7 @@ bool BufferedDescriptor::Flush()
         return false;
     if (pendingBytes == 0)
         return true;
-    const bool written = WriteDirect(buffer.data(), pendingBytes, bufferStart);
+    const bool written = WriteDirect(buffer.get(), pendingBytes, bufferStart);
     pendingBytes = 0;
     return written;
 }
@@ -187,14 +187,14 @@ int64_t BufferedDescriptor::Write(const void* source, int64_t bytes)
         return 0;
     readBytes = 0;  // what was read may be about to change
     const bool continues = pendingBytes > 0 && position == bufferStart + pendingBytes;
-    const bool fits = pendingBytes + bytes <= static_cast<int64_t>(buffer.size());
+    const bool fits = pendingBytes + bytes <= static_cast<int64_t>(BUFFER_BYTES);
     if ((pendingBytes > 0 && !continues) || !fits)
     {
         if (!Flush())
             return 0;
     }
     const char* in = static_cast<const char*>(source);
-    if (bytes >= static_cast<int64_t>(buffer.size()))
+    if (bytes >= static_cast<int64_t>(BUFFER_BYTES))
     {
         if (!WriteDirect(in, bytes, position))
             return 0;
@@ -203,7 +203,7 @@ int64_t BufferedDescriptor::Write(const void* source, int64_t bytes)
     {
         if (pendingBytes == 0)
             bufferStart = position;
-        std::memcpy(buffer.data() + pendingBytes, in, static_cast<size_t>(bytes));
+        std::memcpy(buffer.get() + pendingBytes, in, static_cast<size_t>(bytes));
         pendingBytes += bytes;
     }
     position += bytes;

@@ -8,7 +8,7 @@
 #include <sndfile.h>
 
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 class BufferedDescriptor
 {
@@ -45,7 +45,8 @@ private:
     void Fail(int code);
 
     int descriptor;
-    std::vector<char> buffer;
+    // Left uninitialised: only bytes read into it or written to it are used.
+    std::unique_ptr<char[]> buffer;
     // The buffer holds either bytes read from bufferStart on, or bytes still to
     // be written there; never both.
     int64_t bufferStart = 0;

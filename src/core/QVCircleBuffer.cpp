@@ -103,8 +103,10 @@ void QVCircleBufferBase::Reset()
     WritePosition.store(0, std::memory_order_relaxed);
 }
 
+// A byte is only read after it was written, so the storage starts
+// uninitialised: a large ring maps its pages only as the writer reaches them.
 QVMemoryCircleBuffer::QVMemoryCircleBuffer(uint32_t capacity)
-    : QVCircleBufferBase(nullptr, 0), m_memory(capacity > 0 ? new uint8_t[capacity]() : nullptr)
+    : QVCircleBufferBase(nullptr, 0), m_memory(capacity > 0 ? new uint8_t[capacity] : nullptr)
 {
     SetStorage(m_memory.get(), capacity);
 }

@@ -1,5 +1,7 @@
 #include "effects/EqualizerEngine.h"
 
+#include "filters/IIRSectionRegisters.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -18,23 +20,6 @@ constexpr int32_t PIECE_FRAMES = 512;
 
 // Bands that walk a piece together, their histories held in registers.
 constexpr int32_t GROUP_BANDS = 3;
-
-// Two channels side by side in one register: each lane computes exactly what
-// CIIRFilter computes for its channel, operation by operation (no contraction,
-// the same order of terms), so the outcome is bit for bit the filter's own.
-using Lanes = double __attribute__((vector_size(16)));
-using LaneMask = int64_t __attribute__((vector_size(16)));
-
-inline Lanes FlushTiny(Lanes value)
-{
-    // |value| < 1e-150 becomes +0.0, as the filter's own flush does; a NaN
-    // compares false and stays.
-    const LaneMask magnitudeBits =
-        reinterpret_cast<LaneMask>(value) & LaneMask{INT64_MAX, INT64_MAX};
-    const LaneMask tiny = reinterpret_cast<Lanes>(magnitudeBits) <
-                          Lanes{CIIRFilter::FlushThreshold, CIIRFilter::FlushThreshold};
-    return reinterpret_cast<Lanes>(reinterpret_cast<LaneMask>(value) & ~tiny);
-}
 
 // One designed single-section filter (direct form, b0 b1 b2 a1 a2) per lane;
 // a missing second lane runs on zeros and is never stored.

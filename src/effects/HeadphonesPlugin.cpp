@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "filters/IIRSectionRegisters.h"
 #include "frame/IQVTools.h"
@@ -206,12 +207,16 @@ void CHeadphonesDSPPlugin::RebuildFiltersAndHistory()
                        QVString());
         filters.Add(filter);
     }
-    // Two seconds of the stream's bytes, in whole frames.
+    // Two seconds of the stream's bytes, in whole frames. A flush keeps the
+    // format, and with it the ring: emptying it is enough.
     int64_t capacity = format.BytesFromMilliseconds(HISTORY_MS);
     if (format.blockAlign != 0)
         capacity -= capacity % format.blockAlign;
-    history = std::make_unique<QVMemoryCircleBuffer>(
-        static_cast<uint32_t>(std::clamp<int64_t>(capacity, 0, UINT32_MAX)));
+    const auto bytes = static_cast<uint32_t>(std::clamp<int64_t>(capacity, 0, UINT32_MAX));
+    if (history && history->GetCapacity() == bytes)
+        history->Reset();
+    else
+        history = std::make_unique<QVMemoryCircleBuffer>(bytes);
     // The work buffers follow the history: a block of up to two seconds runs
     // without growing them.
     SizeWorkBuffers(
@@ -220,13 +225,13 @@ void CHeadphonesDSPPlugin::RebuildFiltersAndHistory()
 
 void CHeadphonesDSPPlugin::SizeWorkBuffers(int32_t frames)
 {
-    const size_t samples = static_cast<size_t>(std::max(frames, 1)) * kStereo;
-    if (low.size() < samples)
-    {
-        low.resize(samples);
-        delayed.resize(samples);
-        out.resize(samples);
-    }
+    if (frames <= workFrames)
+        return;
+    const size_t samples = static_cast<size_t>(frames) * kStereo;
+    low = std::make_unique_for_overwrite<double[]>(samples);
+    delayed = std::make_unique_for_overwrite<double[]>(samples);
+    out = std::make_unique_for_overwrite<double[]>(samples);
+    workFrames = frames;
 }
 
 int32_t CHeadphonesDSPPlugin::GetDelayFrames() const
@@ -258,31 +263,15 @@ int32_t CHeadphonesDSPPlugin::ProcessBlock(double* samples, int32_t frames, IQVD
     for (int32_t start = 0; start < frames; start += part)
     {
         const int32_t count = std::min(part, frames - start);
-        double* block = samples + static_cast<size_t>(start) * kStereo;
-        LowPass(block, count);
-        RememberLowPassed(count);
-        ReadDelayed(count);
-        Mix(block, count, out.data() + static_cast<size_t>(start) * kStereo);
+        const size_t offset = static_cast<size_t>(start) * kStereo;
+        Crossfeed(samples + offset, count, out.get() + offset);
     }
-    sink->Output(out.data(), frames);
+    sink->Output(out.get(), frames);
     return 0;
 }
 
-void CHeadphonesDSPPlugin::LowPass(const double* samples, int32_t frames)
-{
-    // A designed second-order low-pass is always one analog-prototype section.
-    AnalogSectionRegisters a(*filters[0]);
-    AnalogSectionRegisters b(*filters[1]);
-    for (int32_t f = 0; f < frames; ++f)
-    {
-        low[2 * f] = a.Step(samples[2 * f]);
-        low[2 * f + 1] = b.Step(samples[2 * f + 1]);
-    }
-    a.StoreTo(*filters[0]);
-    b.StoreTo(*filters[1]);
-}
-
-void CHeadphonesDSPPlugin::RememberLowPassed(int32_t frames)
+// Drops the oldest frames that the block's low band will not fit beside.
+void CHeadphonesDSPPlugin::MakeRoomInHistory(int32_t frames)
 {
     const uint32_t bytes = static_cast<uint32_t>(frames) * kFrameBytes;
     const uint32_t free = history->GetFree();
@@ -291,37 +280,69 @@ void CHeadphonesDSPPlugin::RememberLowPassed(int32_t frames)
         const uint32_t excess = bytes - free;
         history->Skip((excess + kFrameBytes - 1) / kFrameBytes * kFrameBytes);
     }
-    history->Write(low.data(), bytes);
 }
 
-// delayed[f] is the low-passed frame D frames before frame f. At the start of
-// a stream, while the history holds fewer than D frames before the block, the
-// read starts at the oldest frame and the delay is shorter.
-void CHeadphonesDSPPlugin::ReadDelayed(int32_t frames)
-{
-    const int64_t held = history->GetUsed() / kFrameBytes;
-    int64_t first = held - GetDelayFrames() - frames;
-    if (first < 1)
-        first = 0;
-    history->Read(delayed.data(), static_cast<uint32_t>(frames) * kFrameBytes,
-                  static_cast<uint32_t>(first * kFrameBytes));
-}
-
+// The frame D frames before frame f feeds the other ear. Counted in the
+// history with this block added, the delayed copy of the block starts D
+// frames before the block; at the start of a stream, while fewer than D
+// frames lie before it, it starts at the oldest frame and the delay is
+// shorter. Its first part lies in the history, the rest in the block's own
+// low band, which is made in the same pass: the mix then runs while the
+// low-pass recursion waits on its previous output, instead of after it.
+//
 // The high band is the scaled input less the unscaled low band, so that the
 // mix lowers only what lies above the cut-off, by 3 dB; the low band keeps its
 // level through the division by strength + 1.
-void CHeadphonesDSPPlugin::Mix(double* samples, int32_t frames, double* mixed)
+void CHeadphonesDSPPlugin::Crossfeed(double* samples, int32_t frames, double* mixed)
 {
-    const double norm = strength + 1.0;
-    for (int32_t f = 0; f < frames; ++f)
+    MakeRoomInHistory(frames);
+    const int64_t heldBefore = history->GetUsed() / kFrameBytes;
+    int64_t first = heldBefore - GetDelayFrames();
+    if (first < 1)
+        first = 0;
+    const int64_t lag = heldBefore - first;  // from a frame to its delayed copy
+    const auto fromHistory = static_cast<int32_t>(std::min<int64_t>(lag, frames));
+    history->Read(delayed.get(), static_cast<uint32_t>(fromHistory) * kFrameBytes,
+                  static_cast<uint32_t>(first) * kFrameBytes);
+
+    // A designed second-order low-pass is always one analog-prototype section.
+    AnalogSectionLanes lowPass(*filters[0], *filters[1]);
+    double* lowBand = low.get();
+    const double* older = delayed.get();
+    const Lanes gain{strength, strength};
+    const Lanes norm{strength + 1.0, strength + 1.0};
+    const Lanes scale{INPUT_SCALE, INPUT_SCALE};
+    const auto lowPassFrame = [&](int32_t f, Lanes& input)
     {
-        for (int32_t c = 0; c < kStereo; ++c)
-        {
-            const size_t i = static_cast<size_t>(f) * kStereo + c;
-            const size_t other = static_cast<size_t>(f) * kStereo + (1 - c);
-            const double x = INPUT_SCALE * samples[i];
-            samples[i] = x;
-            mixed[i] = (strength * delayed[other] + low[i]) / norm + (x - low[i]);
-        }
+        std::memcpy(&input, samples + static_cast<size_t>(f) * kStereo, sizeof input);
+        const Lanes lowPassed = lowPass.Step(input);
+        std::memcpy(lowBand + static_cast<size_t>(f) * kStereo, &lowPassed, sizeof lowPassed);
+        return lowPassed;
+    };
+    // The far ear of each lane is the other lane.
+    const auto crossed = [](const double* frame) { return Lanes{frame[1], frame[0]}; };
+    const auto mixFrame = [&](int32_t f, Lanes input, Lanes lowPassed, Lanes delayedCrossed)
+    {
+        const Lanes x = scale * input;
+        const Lanes result = (gain * delayedCrossed + lowPassed) / norm + (x - lowPassed);
+        std::memcpy(samples + static_cast<size_t>(f) * kStereo, &x, sizeof x);
+        std::memcpy(mixed + static_cast<size_t>(f) * kStereo, &result, sizeof result);
+    };
+    int32_t f = 0;
+    for (; f < fromHistory; ++f)
+    {
+        Lanes input;
+        const Lanes lowPassed = lowPassFrame(f, input);
+        mixFrame(f, input, lowPassed, crossed(older + static_cast<size_t>(f) * kStereo));
     }
+    // From here the delayed frame is one of this block's, made by the time it
+    // is needed (with lag 0 at the very start of a stream, the frame itself).
+    for (; f < frames; ++f)
+    {
+        Lanes input;
+        const Lanes lowPassed = lowPassFrame(f, input);
+        mixFrame(f, input, lowPassed, crossed(lowBand + static_cast<size_t>(f - lag) * kStereo));
+    }
+    lowPass.StoreTo(*filters[0], *filters[1]);
+    history->Write(lowBand, static_cast<uint32_t>(frames) * kFrameBytes);
 }

@@ -102,10 +102,8 @@ public:
 private:
     void RebuildFiltersAndHistory();
     void SizeWorkBuffers(int32_t frames);
-    void LowPass(const double* samples, int32_t frames);
-    void RememberLowPassed(int32_t frames);
-    void ReadDelayed(int32_t frames);
-    void Mix(double* samples, int32_t frames, double* mixed);
+    void Crossfeed(double* samples, int32_t frames, double* mixed);
+    void MakeRoomInHistory(int32_t frames);
 
     std::recursive_mutex lock;
     bool lastSaveSucceeded = true;
@@ -118,10 +116,13 @@ private:
     QVOwnedPtrArray<CIIRFilter> filters;
     std::unique_ptr<CHeadphonesDlg> panel;
 
-    // Work buffers of `channels * frames` doubles: the low-passed block, its
-    // delayed copy and the output. Sized with the history and grown only for
-    // a block longer than any before.
-    std::vector<double> low;
-    std::vector<double> delayed;
-    std::vector<double> out;
+    // Work buffers of `channels * workFrames` doubles: the low-passed block,
+    // the part of its delayed copy that lies in the history, and the output.
+    // Sized with the history and grown only for a block longer than any
+    // before. Every frame is written before it is read, so they are left
+    // uninitialised: pages a short block never touches are never mapped.
+    int32_t workFrames = 0;
+    std::unique_ptr<double[]> low;
+    std::unique_ptr<double[]> delayed;
+    std::unique_ptr<double[]> out;
 };

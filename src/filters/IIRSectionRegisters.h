@@ -8,6 +8,7 @@
 #include "filters/IIRFilter.h"
 
 #include <cmath>
+#include <cstdint>
 
 // The direct form of peak, shelf and all-pass sections.
 struct DirectSectionRegisters
@@ -79,5 +80,55 @@ struct AnalogSectionRegisters
     {
         filter.state[0] = s1;
         filter.state[1] = s2;
+    }
+};
+
+// Two channels side by side in one register: each lane computes exactly what
+// CIIRFilter computes for its channel, operation by operation (no contraction,
+// the same order of terms), so the outcome is bit for bit the filter's own.
+using Lanes = double __attribute__((vector_size(16)));
+using LaneMask = int64_t __attribute__((vector_size(16)));
+
+inline Lanes FlushTiny(Lanes value)
+{
+    // |value| < 1e-150 becomes +0.0, as the filter's own flush does; a NaN
+    // compares false and stays.
+    const LaneMask magnitudeBits =
+        reinterpret_cast<LaneMask>(value) & LaneMask{INT64_MAX, INT64_MAX};
+    const LaneMask tiny = reinterpret_cast<Lanes>(magnitudeBits) <
+                          Lanes{CIIRFilter::FlushThreshold, CIIRFilter::FlushThreshold};
+    return reinterpret_cast<Lanes>(reinterpret_cast<LaneMask>(value) & ~tiny);
+}
+
+// AnalogSectionRegisters for the two channels of a stereo stream at once: the
+// recursion's latency is paid once a frame instead of once a channel.
+struct AnalogSectionLanes
+{
+    Lanes gain, d1, d2, n1, n2;
+    Lanes s1, s2;
+
+    AnalogSectionLanes(const CIIRFilter& left, const CIIRFilter& right)
+        : gain{left.inputGain, right.inputGain}, d1{left.coefficients[0], right.coefficients[0]},
+          d2{left.coefficients[1], right.coefficients[1]}, n1{left.coefficients[2],
+                                                              right.coefficients[2]},
+          n2{left.coefficients[3], right.coefficients[3]}, s1{left.state[0], right.state[0]},
+          s2{left.state[1], right.state[1]}
+    {
+    }
+    [[gnu::always_inline]] inline Lanes Step(Lanes input)
+    {
+        const Lanes x = input * gain;
+        const Lanes w = FlushTiny(x - d1 * s1 - d2 * s2);
+        const Lanes y = w + n1 * s1 + n2 * s2;
+        s2 = s1;
+        s1 = w;
+        return y;
+    }
+    void StoreTo(CIIRFilter& left, CIIRFilter& right) const
+    {
+        left.state[0] = s1[0];
+        left.state[1] = s2[0];
+        right.state[0] = s1[1];
+        right.state[1] = s2[1];
     }
 };

@@ -29,7 +29,7 @@ int Replay(const std::string& target, const std::function<void(const std::u16str
     if (source == nullptr)
         return -1;
     int count = 0;
-    for (const std::filesystem::path folder :
+    for (const std::filesystem::path& folder :
          {std::filesystem::path(source) / "fuzz/corpus" / target,
           std::filesystem::path(source) / "tests/core/fuzz-regressions" / target})
     {
