@@ -5,11 +5,14 @@
 #include <utility>
 
 BlockQueue::BlockQueue(int32_t blocks, size_t samplesPerBlock)
-    : storage(static_cast<size_t>(std::max(blocks, 1)))
+    : memory(static_cast<size_t>(std::max(blocks, 1)) * samplesPerBlock * sizeof(double)),
+      storage(static_cast<size_t>(std::max(blocks, 1)))
 {
+    double* next = memory.As<double>();
     for (SampleBlock& block : storage)
     {
-        block.samples = std::make_unique_for_overwrite<double[]>(samplesPerBlock);
+        block.samples = next;
+        next += samplesPerBlock;
         empty.push_back(&block);
     }
 }
@@ -96,7 +99,7 @@ void ReadAhead::FillChunk(SampleBlock& chunk)
         while (chunk.frames < chunkFrames)
         {
             const int64_t got =
-                source(chunk.samples.get() + chunk.frames * channels, chunkFrames - chunk.frames);
+                source(chunk.samples + chunk.frames * channels, chunkFrames - chunk.frames);
             if (got <= 0)
             {
                 chunk.last = true;
@@ -136,7 +139,7 @@ FrameSpan ReadAhead::Next()
             if (handedOut < current->frames)
             {
                 const int64_t frames = std::min(blockFrames, current->frames - handedOut);
-                FrameSpan block{current->samples.get() + handedOut * channels, frames};
+                FrameSpan block{current->samples + handedOut * channels, frames};
                 handedOut += frames;
                 return block;
             }
@@ -179,7 +182,7 @@ void WriteBehind::Run()
         {
             try
             {
-                destination(piece->samples.get(), piece->frames);
+                destination(piece->samples, piece->frames);
             }
             catch (...)
             {
@@ -216,7 +219,7 @@ void WriteBehind::Write(const double* samples, int64_t frames)
         }
         const int64_t room = pieceFrames - filling->frames;
         const int64_t taken = std::min(frames, room);
-        std::copy_n(samples, taken * channels, filling->samples.get() + filling->frames * channels);
+        std::copy_n(samples, taken * channels, filling->samples + filling->frames * channels);
         filling->frames += taken;
         samples += taken * channels;
         frames -= taken;

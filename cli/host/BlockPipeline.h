@@ -4,6 +4,7 @@
 // fixed and a slow disk holds the chain back instead of piling up blocks.
 #pragma once
 
+#include "cli/host/LargeBuffer.h"
 #include "core/QVThread.h"
 
 #include <atomic>
@@ -12,15 +13,14 @@
 #include <deque>
 #include <exception>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <vector>
 
 struct SampleBlock
 {
-    // Interleaved, room for the queue's block size; left uninitialised, since
-    // only frames put in are taken out.
-    std::unique_ptr<double[]> samples;
+    // Interleaved, room for the queue's block size; undefined until filled,
+    // since only frames put in are taken out.
+    double* samples = nullptr;
     int64_t frames = 0;
     bool last = false;  // nothing follows in the stream
 };
@@ -57,6 +57,7 @@ private:
 
     std::mutex lock;
     std::condition_variable changed;
+    LargeBuffer memory;
     std::vector<SampleBlock> storage;
     std::deque<SampleBlock*> empty;
     std::deque<SampleBlock*> full;

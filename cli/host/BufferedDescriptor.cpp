@@ -43,7 +43,7 @@ sf_count_t PositionOf(void* user)
 }  // namespace
 
 BufferedDescriptor::BufferedDescriptor(int descriptor)
-    : descriptor(descriptor), buffer(std::make_unique_for_overwrite<char[]>(BUFFER_BYTES))
+    : descriptor(descriptor), buffer(BUFFER_BYTES)
 {
 }
 
@@ -116,7 +116,7 @@ int64_t BufferedDescriptor::ReadDirect(char* destination, int64_t bytes, int64_t
 bool BufferedDescriptor::Fill(int64_t offset)
 {
     bufferStart = offset;
-    readBytes = ReadDirect(buffer.get(), static_cast<int64_t>(BUFFER_BYTES), offset);
+    readBytes = ReadDirect(buffer.As<char>(), static_cast<int64_t>(BUFFER_BYTES), offset);
     return readBytes > 0;
 }
 
@@ -143,7 +143,7 @@ int64_t BufferedDescriptor::Read(void* destination, int64_t bytes)
         }
         const int64_t from = position - bufferStart;
         const int64_t piece = std::min(bytes - done, readBytes - from);
-        std::memcpy(out + done, buffer.get() + from, static_cast<size_t>(piece));
+        std::memcpy(out + done, buffer.As<char>() + from, static_cast<size_t>(piece));
         done += piece;
         position += piece;
     }
@@ -166,7 +166,6 @@ bool BufferedDescriptor::WriteDirect(const char* source, int64_t bytes, int64_t 
         }
         done += put;
     }
-    flushedEnd = std::max(flushedEnd, offset + bytes);
     return true;
 }
 
@@ -176,7 +175,7 @@ bool BufferedDescriptor::Flush()
         return false;
     if (pendingBytes == 0)
         return true;
-    const bool written = WriteDirect(buffer.get(), pendingBytes, bufferStart);
+    const bool written = WriteDirect(buffer.As<char>(), pendingBytes, bufferStart);
     pendingBytes = 0;
     return written;
 }
@@ -203,7 +202,7 @@ int64_t BufferedDescriptor::Write(const void* source, int64_t bytes)
     {
         if (pendingBytes == 0)
             bufferStart = position;
-        std::memcpy(buffer.get() + pendingBytes, in, static_cast<size_t>(bytes));
+        std::memcpy(buffer.As<char>() + pendingBytes, in, static_cast<size_t>(bytes));
         pendingBytes += bytes;
     }
     position += bytes;

@@ -7,8 +7,9 @@
 
 #include <sndfile.h>
 
+#include "cli/host/LargeBuffer.h"
+
 #include <cstdint>
-#include <memory>
 
 class BufferedDescriptor
 {
@@ -27,8 +28,6 @@ public:
     bool Flush();
     // The offset the next read or write starts at, as libsndfile sees it.
     int64_t Position() const { return position; }
-    // Everything before this offset has been handed to the system.
-    int64_t FlushedEnd() const { return flushedEnd; }
     // errno of the first failed system call, 0 while none failed.
     int Error() const { return error; }
 
@@ -45,14 +44,12 @@ private:
     void Fail(int code);
 
     int descriptor;
-    // Left uninitialised: only bytes read into it or written to it are used.
-    std::unique_ptr<char[]> buffer;
+    LargeBuffer buffer;
     // The buffer holds either bytes read from bufferStart on, or bytes still to
     // be written there; never both.
     int64_t bufferStart = 0;
     int64_t readBytes = 0;
     int64_t pendingBytes = 0;
     int64_t position = 0;
-    int64_t flushedEnd = 0;
     int error = 0;
 };

@@ -240,10 +240,13 @@ void ReplacingFile::Write(std::string_view bytes)
     }
 }
 
+// What qvdsp writes is made from what the user keeps (a rendering of an audio
+// file, a picture, an exported list). The rename shows it only when whole, and
+// does not wait for the disk: with an fsync every run of a long file went at
+// the disk's pace, not the processing's. What a crash of the system itself
+// leaves is the file system's to answer, as for any program that makes files.
 void ReplacingFile::Commit()
 {
-    if (fsync(descriptor) != 0)
-        Fail(std::strerror(errno));
     const int closed = close(descriptor);
     descriptor = -1;
     if (closed != 0)

@@ -47,7 +47,7 @@ public:
 
     // Writes all of `bytes` at the current position; throws CliError on failure.
     void Write(std::string_view bytes);
-    // Puts the file on disk and renames it over the target; throws CliError.
+    // Closes the file and renames it over the target; throws CliError.
     void Commit();
 
 private:

@@ -292,7 +292,6 @@ void AtomicSoundFileWriter::Write(const double* samples, int64_t count)
     if (written != count)
         FailOn(target, "cannot write", LibraryReason(file));
     framesWritten += written;
-    StartWriteback();
 }
 
 void AtomicSoundFileWriter::RefuseWavOverflow(int64_t count) const
@@ -306,24 +305,10 @@ void AtomicSoundFileWriter::RefuseWavOverflow(int64_t count) const
                "a WAV file holds at most 4 GiB; use .rf64 or .w64 for longer output");
 }
 
-void AtomicSoundFileWriter::StartWriteback()
-{
-    // The file goes to disk while the rest is still being made, so that the
-    // fsync before the rename finds little left to wait for. Advice only: where
-    // it isn't supported, the fsync does all the work as before.
-    constexpr off_t step = 8 << 20;
-    const off_t end = buffered.FlushedEnd();
-    if (end < writebackStarted + step)
-        return;
-    sync_file_range(output.Descriptor(), writebackStarted, end - writebackStarted,
-                    SYNC_FILE_RANGE_WRITE);
-    writebackStarted = end;
-}
-
 void AtomicSoundFileWriter::Commit()
 {
-    // libsndfile completes the header when it closes; the data must be on disk
-    // before the rename makes the file visible under its name.
+    // libsndfile completes the header when it closes; only then may the
+    // rename show the file under its name.
     int closed = sf_close(file);
     file = nullptr;
     if (!buffered.Flush())

@@ -91,7 +91,6 @@ public:
 
 private:
     void RefuseWavOverflow(int64_t count) const;
-    void StartWriteback();
 
     std::filesystem::path target;
     ReplacingFile output;
@@ -100,8 +99,6 @@ private:
     int channels = 0;
     bool limitedToWav = false;
     int64_t framesWritten = 0;
-    // Bytes of the file whose writing to disk has been started.
-    off_t writebackStarted = 0;
 };
 
 // libsndfile's container for the file name's extension (case-blind).

