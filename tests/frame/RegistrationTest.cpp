@@ -20,7 +20,9 @@ TEST(Registration, WalksTheTableWithTheUnlistedPluginMarked)
     {
         EXPECT_FALSE(all[i].unlisted) << all[i].name.ToUTF8();
         if (i > 0)
+        {
             EXPECT_LT(all[i - 1].index, all[i].index);
+        }
     }
 }
 
