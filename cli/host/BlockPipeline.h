@@ -4,7 +4,7 @@
 // fixed and a slow disk holds the chain back instead of piling up blocks.
 #pragma once
 
-#include "cli/host/LargeBuffer.h"
+#include "core/QVLargeBuffer.h"
 #include "core/QVThread.h"
 
 #include <atomic>
@@ -57,7 +57,7 @@ private:
 
     std::mutex lock;
     std::condition_variable changed;
-    LargeBuffer memory;
+    QVLargeBuffer memory;
     std::vector<SampleBlock> storage;
     std::deque<SampleBlock*> empty;
     std::deque<SampleBlock*> full;

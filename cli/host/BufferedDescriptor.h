@@ -7,7 +7,7 @@
 
 #include <sndfile.h>
 
-#include "cli/host/LargeBuffer.h"
+#include "core/QVLargeBuffer.h"
 
 #include <cstdint>
 
@@ -44,7 +44,7 @@ private:
     void Fail(int code);
 
     int descriptor;
-    LargeBuffer buffer;
+    QVLargeBuffer buffer;
     // The buffer holds either bytes read from bufferStart on, or bytes still to
     // be written there; never both.
     int64_t bufferStart = 0;

@@ -1,4 +1,4 @@
-#include "cli/host/LargeBuffer.h"
+#include "core/QVLargeBuffer.h"
 
 #include <sys/mman.h>
 
@@ -24,7 +24,7 @@ size_t RoundUp(size_t value, size_t step)
 
 }  // namespace
 
-LargeBuffer::LargeBuffer(size_t bytes) : bytes(bytes)
+QVLargeBuffer::QVLargeBuffer(size_t bytes) : bytes(bytes)
 {
     if (bytes == 0)
         return;
@@ -50,7 +50,7 @@ LargeBuffer::LargeBuffer(size_t bytes) : bytes(bytes)
     madvise(region, mapped, MADV_HUGEPAGE);
 }
 
-LargeBuffer::~LargeBuffer()
+QVLargeBuffer::~QVLargeBuffer()
 {
     if (region != nullptr)
         munmap(region, mapped);
