@@ -1,11 +1,18 @@
 // Arrays that the transform library may read and write with its vector
-// instructions: allocated by it, zero-filled, owned.
+// instructions: zero-filled, owned. Those of a few kilobytes come from the
+// library's allocator; the megabytes of a long filter's spectra come as large
+// buffers, whose pages cost a fault per 2 MiB instead of one per 4 KiB.
 #pragma once
 
 #include <fftw3.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <new>
+
+#include "core/QVLargeBuffer.h"
 
 template <typename T>
 class CAlignedArray
@@ -22,8 +29,21 @@ public:
         if (newCount != count)
         {
             Free();
-            if (newCount > 0)
-                items = static_cast<T*>(fftw_malloc(sizeof(T) * static_cast<size_t>(newCount)));
+            const size_t bytes = sizeof(T) * static_cast<size_t>(std::max(newCount, 0));
+            if (bytes >= LARGE_BYTES)
+            {
+                try
+                {
+                    large = std::make_unique<QVLargeBuffer>(bytes);
+                    items = large->As<T>();
+                }
+                catch (const std::bad_alloc&)
+                {
+                    large.reset();  // no array, as from the library's allocator
+                }
+            }
+            else if (bytes > 0)
+                items = static_cast<T*>(fftw_malloc(bytes));
             count = items != nullptr ? newCount : 0;
         }
         Clear();
@@ -35,7 +55,10 @@ public:
     }
     void Free()
     {
-        fftw_free(items);
+        if (large)
+            large.reset();
+        else
+            fftw_free(items);
         items = nullptr;
         count = 0;
     }
@@ -46,6 +69,11 @@ public:
     int32_t GetCount() const { return count; }
 
 private:
+    // A huge page holds 2 MiB whatever part of it is used: smaller arrays
+    // would take more memory than they save time.
+    static constexpr size_t LARGE_BYTES = size_t{1} << 20;
+
+    std::unique_ptr<QVLargeBuffer> large;
     T* items = nullptr;
     int32_t count = 0;
 };
