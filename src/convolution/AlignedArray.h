@@ -1,18 +1,12 @@
 // Arrays that the transform library may read and write with its vector
-// instructions: zero-filled, owned. Those of a few kilobytes come from the
-// library's allocator; the megabytes of a long filter's spectra come as large
-// buffers, whose pages cost a fault per 2 MiB instead of one per 4 KiB.
+// instructions: aligned for the widest vectors, zero-filled, owned.
 #pragma once
 
-#include <fftw3.h>
-
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <new>
+#include <cstdlib>
 
-#include "core/QVLargeBuffer.h"
+#include <sys/mman.h>
 
 template <typename T>
 class CAlignedArray
@@ -29,21 +23,8 @@ public:
         if (newCount != count)
         {
             Free();
-            const size_t bytes = sizeof(T) * static_cast<size_t>(std::max(newCount, 0));
-            if (bytes >= LARGE_BYTES)
-            {
-                try
-                {
-                    large = std::make_unique<QVLargeBuffer>(bytes);
-                    items = large->As<T>();
-                }
-                catch (const std::bad_alloc&)
-                {
-                    large.reset();  // no array, as from the library's allocator
-                }
-            }
-            else if (bytes > 0)
-                items = static_cast<T*>(fftw_malloc(bytes));
+            if (newCount > 0)
+                items = static_cast<T*>(Allocate(sizeof(T) * static_cast<size_t>(newCount)));
             count = items != nullptr ? newCount : 0;
         }
         Clear();
@@ -55,10 +36,7 @@ public:
     }
     void Free()
     {
-        if (large)
-            large.reset();
-        else
-            fftw_free(items);
+        std::free(items);
         items = nullptr;
         count = 0;
     }
@@ -69,11 +47,35 @@ public:
     int32_t GetCount() const { return count; }
 
 private:
-    // A huge page holds 2 MiB whatever part of it is used: smaller arrays
-    // would take more memory than they save time.
-    static constexpr size_t LARGE_BYTES = size_t{1} << 20;
+    // Spectra of long impulses take megabytes. Arrays from half a huge page
+    // on are rounded up to whole huge pages and put on them where the
+    // system grants them on request: each is touched from end to
+    // end at every load and streamed every block, and on small pages the
+    // load spends much of its time in page faults and the blocks in address
+    // translation.
+    static void* Allocate(size_t bytes)
+    {
+        if (bytes >= kHugePageBytes / 2)
+        {
+            const size_t rounded = RoundUp(bytes, kHugePageBytes);
+            void* memory = std::aligned_alloc(kHugePageBytes, rounded);
+#ifdef MADV_HUGEPAGE
+            if (memory != nullptr)
+                madvise(memory, rounded, MADV_HUGEPAGE);  // a refusal changes nothing
+#endif
+            return memory;
+        }
+        return std::aligned_alloc(kVectorBytes, RoundUp(bytes, kVectorBytes));
+    }
+    static size_t RoundUp(size_t bytes, size_t unit)
+    {
+        return (bytes + unit - 1) / unit * unit;
+    }
 
-    std::unique_ptr<QVLargeBuffer> large;
+    // The widest vectors that the transform library or the kernels use.
+    static constexpr size_t kVectorBytes = 64;
+    static constexpr size_t kHugePageBytes = size_t{2} << 20;
+
     T* items = nullptr;
     int32_t count = 0;
 };

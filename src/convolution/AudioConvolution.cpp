@@ -419,12 +419,11 @@ void CAudioConvolution::RunPath(CPath& path)
     if (source != nullptr && path.outputChannel >= 0 && path.outputChannel < channelCount)
     {
         CChannel& target = *channels[path.outputChannel];
-        if (!target.hasOutput)
-        {
-            target.outputSpectrum.Clear();
-            target.hasOutput = true;
-        }
-        AccumulatePartitions(target.outputSpectrum.Data(), *source, path, useSSE);
+        // The first path of a channel in this block replaces the sum that
+        // the last block left, so that it need not be cleared first.
+        AccumulatePartitions(target.outputSpectrum.Data(), *source, path, useSSE,
+                             !target.hasOutput);
+        target.hasOutput = true;
         if (path.tail != nullptr)
             RunTail(path, target);
     }

@@ -64,6 +64,36 @@ void MultiplyAccumulatePair(Complex* accumulator, const Complex* spectrumA, cons
 }
 
 QV_VECTOR_CLONES
+void Multiply(Complex* accumulator, const Complex* spectrum, const Complex* filter, int32_t points)
+{
+    double* __restrict acc = Doubles(accumulator);
+    const double* __restrict x = Doubles(spectrum);
+    const double* __restrict h = Doubles(filter);
+    for (int32_t i = 0; i < 2 * points; i += 2)
+    {
+        acc[i] = x[i] * h[i] - x[i + 1] * h[i + 1];
+        acc[i + 1] = x[i] * h[i + 1] + x[i + 1] * h[i];
+    }
+}
+
+QV_VECTOR_CLONES
+void MultiplyPair(Complex* accumulator, const Complex* spectrumA, const Complex* filterA,
+                  const Complex* spectrumB, const Complex* filterB, int32_t points)
+{
+    double* __restrict acc = Doubles(accumulator);
+    const double* __restrict xa = Doubles(spectrumA);
+    const double* __restrict ha = Doubles(filterA);
+    const double* __restrict xb = Doubles(spectrumB);
+    const double* __restrict hb = Doubles(filterB);
+    for (int32_t i = 0; i < 2 * points; i += 2)
+    {
+        acc[i] = (xa[i] * ha[i] - xa[i + 1] * ha[i + 1]) + (xb[i] * hb[i] - xb[i + 1] * hb[i + 1]);
+        acc[i + 1] =
+            (xa[i] * ha[i + 1] + xa[i + 1] * ha[i]) + (xb[i] * hb[i + 1] + xb[i + 1] * hb[i]);
+    }
+}
+
+QV_VECTOR_CLONES
 void AddScaled(Complex* target, const Complex* source, double gain, int32_t points)
 {
     double* __restrict out = Doubles(target);
@@ -74,10 +104,14 @@ void AddScaled(Complex* target, const Complex* source, double gain, int32_t poin
 
 void AccumulateRing(Complex* accumulator, const Complex* ring, int32_t slots, int32_t position,
                     int32_t available, const Complex* filter, int32_t partitions, int32_t stride,
-                    int32_t points, bool paired)
+                    int32_t points, bool paired, bool fresh)
 {
     if (ring == nullptr || filter == nullptr)
+    {
+        if (fresh)
+            std::fill(Doubles(accumulator), Doubles(accumulator) + 2 * points, 0.0);
         return;
+    }
     const int32_t used = std::min(partitions, available);
     const auto spectrumOf = [=](int32_t age)
     {
@@ -88,6 +122,17 @@ void AccumulateRing(Complex* accumulator, const Complex* ring, int32_t slots, in
     { return filter + static_cast<size_t>(partition) * stride; };
 
     int32_t i = 0;
+    if (fresh)
+    {
+        if (paired && used >= 2)
+            MultiplyPair(accumulator, spectrumOf(0), filterOf(0), spectrumOf(1), filterOf(1),
+                         points);
+        else if (used >= 1)
+            Multiply(accumulator, spectrumOf(0), filterOf(0), points);
+        else
+            std::fill(Doubles(accumulator), Doubles(accumulator) + 2 * points, 0.0);
+        i = paired && used >= 2 ? 2 : 1;
+    }
     if (paired)
         for (; i + 1 < used; i += 2)
             MultiplyAccumulatePair(accumulator, spectrumOf(i), filterOf(i), spectrumOf(i + 1),
@@ -97,9 +142,9 @@ void AccumulateRing(Complex* accumulator, const Complex* ring, int32_t slots, in
 }
 
 void AccumulatePartitions(Complex* accumulator, CAudioConvolution::CSpectrumHistory& history,
-                          const CAudioConvolution::CPath& path, bool paired)
+                          const CAudioConvolution::CPath& path, bool paired, bool fresh)
 {
     AccumulateRing(accumulator, history.spectra.Data(), history.slots, history.position,
                    history.count, path.filter.Data(), path.GetHeadPartitions(), history.stride,
-                   history.stride, paired);
+                   history.stride, paired, fresh);
 }

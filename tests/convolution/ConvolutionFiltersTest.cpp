@@ -95,6 +95,37 @@ TEST(ConvolutionFilters, ConfigurationRoutesDelaysAndFiltersChannels)
     EXPECT_TRUE(LeftoverConverterFiles().empty());
 }
 
+// Two paths that end in output 0 add up there, block after block, whichever
+// comes first; output 1 has no path and passes through aligned.
+TEST(ConvolutionFilters, PathsIntoOneOutputAddUp)
+{
+    TempFolder folder;
+    const std::vector<double> a = DecayingImpulse(300, 11);
+    const std::vector<double> b = DecayingImpulse(1500, 12);
+    WriteWav(folder.File("a.wav"), a, 1, 48000);
+    WriteWav(folder.File("b.wav"), b, 1, 48000);
+    WriteText(folder.File("sum.cfg"),
+              "48000 2 2 0\n0 0\n0 0\na.wav\n0\n0.0\n0\nb.wav\n0\n1.0\n0\n");
+    LoadedEngine loaded(folder.File("sum.cfg"), MakeFormat(2));
+    CAudioConvolution& engine = loaded.engine;
+    ASSERT_TRUE(engine.IsValid());
+    ASSERT_EQ(engine.paths.GetCount(), 2);
+    EXPECT_EQ(engine.paths[0]->GetPartitions(), 1);
+    EXPECT_EQ(engine.paths[1]->GetPartitions(), 3);
+
+    const std::vector<double> input = Noise(2 * 5000, 13);
+    const auto x0 = ChannelOf(input, 2, 0);
+    const auto x1 = ChannelOf(input, 2, 1);
+    const std::vector<double> expected =
+        Cut({Mix(WindowedConvolution(x0, a, 512), 1.0, WindowedConvolution(x1, b, 512), 1.0), x1},
+            engine.fftSize);
+    for (int chunk : {1, 333, 5000})
+    {
+        engine.Reset();
+        ExpectClose(RunEngine(engine, input, 2, chunk), expected);
+    }
+}
+
 // Lines of different gains mix in the frequency domain; one common gain is
 // folded into the filter instead.
 TEST(ConvolutionFilters, InputLinesMixWithTheirGainsOrFoldACommonGain)
