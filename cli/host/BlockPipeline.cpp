@@ -80,7 +80,7 @@ ReadAhead::ReadAhead(Source source, int64_t blockFrames, int32_t channels, int32
       channels(channels),
       queue(depth, static_cast<size_t>(this->chunkFrames) * static_cast<size_t>(channels))
 {
-    if (!StartThread())
+    if (!StartThread(PRIORITY_BELOW_NORMAL))
         throw std::runtime_error("no thread could be started to read the input");
 }
 
@@ -163,7 +163,7 @@ WriteBehind::WriteBehind(Destination destination, int64_t pieceFrames, int32_t c
     : destination(std::move(destination)), pieceFrames(pieceFrames), channels(channels),
       queue(depth, static_cast<size_t>(pieceFrames) * static_cast<size_t>(channels))
 {
-    if (!StartThread())
+    if (!StartThread(PRIORITY_BELOW_NORMAL))
         throw std::runtime_error("no thread could be started to write the output");
 }
 

@@ -2,6 +2,9 @@
 // of its own a few blocks ahead, and what the chain emits is encoded and
 // written on another. Blocks travel through bounded queues, so memory stays
 // fixed and a slow disk holds the chain back instead of piling up blocks.
+// Both threads run a step below normal priority: they need a fraction of the
+// chain's time, and where the three share a core the chain, which bounds the
+// run, goes first.
 #pragma once
 
 #include "core/QVLargeBuffer.h"
