@@ -5,7 +5,8 @@
 #include <utility>
 
 BlockQueue::BlockQueue(int32_t blocks, size_t samplesPerBlock)
-    : memory(static_cast<size_t>(std::max(blocks, 1)) * samplesPerBlock * sizeof(double)),
+    : batch(static_cast<size_t>(std::max(blocks / 2, 1))),
+      memory(static_cast<size_t>(std::max(blocks, 1)) * samplesPerBlock * sizeof(double)),
       storage(static_cast<size_t>(std::max(blocks, 1)))
 {
     double* next = memory.As<double>();
@@ -17,10 +18,15 @@ BlockQueue::BlockQueue(int32_t blocks, size_t samplesPerBlock)
     }
 }
 
+// A side that finds nothing to take sleeps until half the queue is there (or
+// the stream's end), and the other side wakes it only then: every wake-up
+// costs both threads a system call, and waking for each block made them trade
+// places block by block. With half each way neither can wait on the other.
 SampleBlock* BlockQueue::Take(std::deque<SampleBlock*>& from)
 {
     std::unique_lock<std::mutex> guard(lock);
-    changed.wait(guard, [&] { return closed || !from.empty(); });
+    if (from.empty())
+        changed.wait(guard, [&] { return closed || Ready(from); });
     if (closed)
         return nullptr;
     SampleBlock* block = from.front();
@@ -28,13 +34,23 @@ SampleBlock* BlockQueue::Take(std::deque<SampleBlock*>& from)
     return block;
 }
 
+bool BlockQueue::Ready(const std::deque<SampleBlock*>& blocks) const
+{
+    return blocks.size() >= batch || (&blocks == &full && endQueued && !blocks.empty());
+}
+
 void BlockQueue::Put(std::deque<SampleBlock*>& to, SampleBlock* block)
 {
+    bool wake = false;
     {
         std::lock_guard<std::mutex> guard(lock);
         to.push_back(block);
+        if (&to == &full && block->last)
+            endQueued = true;
+        wake = Ready(to);
     }
-    changed.notify_all();
+    if (wake)
+        changed.notify_all();
 }
 
 SampleBlock* BlockQueue::TakeEmpty()

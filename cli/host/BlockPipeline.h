@@ -57,7 +57,9 @@ public:
 private:
     SampleBlock* Take(std::deque<SampleBlock*>& from);
     void Put(std::deque<SampleBlock*>& to, SampleBlock* block);
+    bool Ready(const std::deque<SampleBlock*>& blocks) const;
 
+    const size_t batch;  // blocks a sleeping side waits for
     std::mutex lock;
     std::condition_variable changed;
     QVLargeBuffer memory;
@@ -65,6 +67,7 @@ private:
     std::deque<SampleBlock*> empty;
     std::deque<SampleBlock*> full;
     bool closed = false;
+    bool endQueued = false;  // the stream's last block is among the full ones
 };
 
 // Reads the input ahead of the chain, a chunk of whole blocks at a time. Every
