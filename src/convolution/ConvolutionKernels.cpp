@@ -29,68 +29,86 @@ double* Doubles(Complex* values)
 #define QV_VECTOR_CLONES
 #endif
 
-QV_VECTOR_CLONES
-void MultiplyAccumulate(Complex* accumulator, const Complex* spectrum, const Complex* filter,
-                        int32_t points)
+namespace
+{
+
+// A block's sum of products begins with a store and goes on with additions;
+// the products themselves are the same either way, term for term.
+enum class ESum
+{
+    Begin,
+    Continue
+};
+
+template <ESum sum>
+[[gnu::always_inline]] inline void Put(double& target, double value)
+{
+    if constexpr (sum == ESum::Begin)
+        target = value;
+    else
+        target += value;
+}
+
+template <ESum sum>
+[[gnu::always_inline]] inline void ProductInto(Complex* accumulator, const Complex* spectrum,
+                                               const Complex* filter, int32_t points)
 {
     double* __restrict acc = Doubles(accumulator);
     const double* __restrict x = Doubles(spectrum);
     const double* __restrict h = Doubles(filter);
     for (int32_t i = 0; i < 2 * points; i += 2)
     {
-        acc[i] += x[i] * h[i] - x[i + 1] * h[i + 1];
-        acc[i + 1] += x[i] * h[i + 1] + x[i + 1] * h[i];
+        Put<sum>(acc[i], x[i] * h[i] - x[i + 1] * h[i + 1]);
+        Put<sum>(acc[i + 1], x[i] * h[i + 1] + x[i + 1] * h[i]);
     }
+}
+
+template <ESum sum>
+[[gnu::always_inline]] inline void PairProductInto(Complex* accumulator, const Complex* spectrumA,
+                                                   const Complex* filterA, const Complex* spectrumB,
+                                                   const Complex* filterB, int32_t points)
+{
+    double* __restrict acc = Doubles(accumulator);
+    const double* __restrict xa = Doubles(spectrumA);
+    const double* __restrict ha = Doubles(filterA);
+    const double* __restrict xb = Doubles(spectrumB);
+    const double* __restrict hb = Doubles(filterB);
+    for (int32_t i = 0; i < 2 * points; i += 2)
+    {
+        Put<sum>(acc[i],
+                 (xa[i] * ha[i] - xa[i + 1] * ha[i + 1]) + (xb[i] * hb[i] - xb[i + 1] * hb[i + 1]));
+        Put<sum>(acc[i + 1],
+                 (xa[i] * ha[i + 1] + xa[i + 1] * ha[i]) + (xb[i] * hb[i + 1] + xb[i + 1] * hb[i]));
+    }
+}
+
+}  // namespace
+
+QV_VECTOR_CLONES
+void MultiplyAccumulate(Complex* accumulator, const Complex* spectrum, const Complex* filter,
+                        int32_t points)
+{
+    ProductInto<ESum::Continue>(accumulator, spectrum, filter, points);
 }
 
 QV_VECTOR_CLONES
 void MultiplyAccumulatePair(Complex* accumulator, const Complex* spectrumA, const Complex* filterA,
                             const Complex* spectrumB, const Complex* filterB, int32_t points)
 {
-    double* __restrict acc = Doubles(accumulator);
-    const double* __restrict xa = Doubles(spectrumA);
-    const double* __restrict ha = Doubles(filterA);
-    const double* __restrict xb = Doubles(spectrumB);
-    const double* __restrict hb = Doubles(filterB);
-    for (int32_t i = 0; i < 2 * points; i += 2)
-    {
-        const double re =
-            (xa[i] * ha[i] - xa[i + 1] * ha[i + 1]) + (xb[i] * hb[i] - xb[i + 1] * hb[i + 1]);
-        const double im =
-            (xa[i] * ha[i + 1] + xa[i + 1] * ha[i]) + (xb[i] * hb[i + 1] + xb[i + 1] * hb[i]);
-        acc[i] += re;
-        acc[i + 1] += im;
-    }
+    PairProductInto<ESum::Continue>(accumulator, spectrumA, filterA, spectrumB, filterB, points);
 }
 
 QV_VECTOR_CLONES
 void Multiply(Complex* accumulator, const Complex* spectrum, const Complex* filter, int32_t points)
 {
-    double* __restrict acc = Doubles(accumulator);
-    const double* __restrict x = Doubles(spectrum);
-    const double* __restrict h = Doubles(filter);
-    for (int32_t i = 0; i < 2 * points; i += 2)
-    {
-        acc[i] = x[i] * h[i] - x[i + 1] * h[i + 1];
-        acc[i + 1] = x[i] * h[i + 1] + x[i + 1] * h[i];
-    }
+    ProductInto<ESum::Begin>(accumulator, spectrum, filter, points);
 }
 
 QV_VECTOR_CLONES
 void MultiplyPair(Complex* accumulator, const Complex* spectrumA, const Complex* filterA,
                   const Complex* spectrumB, const Complex* filterB, int32_t points)
 {
-    double* __restrict acc = Doubles(accumulator);
-    const double* __restrict xa = Doubles(spectrumA);
-    const double* __restrict ha = Doubles(filterA);
-    const double* __restrict xb = Doubles(spectrumB);
-    const double* __restrict hb = Doubles(filterB);
-    for (int32_t i = 0; i < 2 * points; i += 2)
-    {
-        acc[i] = (xa[i] * ha[i] - xa[i + 1] * ha[i + 1]) + (xb[i] * hb[i] - xb[i + 1] * hb[i + 1]);
-        acc[i + 1] =
-            (xa[i] * ha[i + 1] + xa[i + 1] * ha[i]) + (xb[i] * hb[i + 1] + xb[i + 1] * hb[i]);
-    }
+    PairProductInto<ESum::Begin>(accumulator, spectrumA, filterA, spectrumB, filterB, points);
 }
 
 QV_VECTOR_CLONES
