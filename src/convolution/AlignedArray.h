@@ -5,8 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
+#include <new>
 
-#include <sys/mman.h>
+#include "core/QVLargeBuffer.h"
 
 template <typename T>
 class CAlignedArray
@@ -24,7 +26,7 @@ public:
         {
             Free();
             if (newCount > 0)
-                items = static_cast<T*>(Allocate(sizeof(T) * static_cast<size_t>(newCount)));
+                Allocate(sizeof(T) * static_cast<size_t>(newCount));
             count = items != nullptr ? newCount : 0;
         }
         Clear();
@@ -36,7 +38,10 @@ public:
     }
     void Free()
     {
-        std::free(items);
+        if (large)
+            large.reset();
+        else
+            std::free(items);
         items = nullptr;
         count = 0;
     }
@@ -47,35 +52,36 @@ public:
     int32_t GetCount() const { return count; }
 
 private:
-    // Spectra of long impulses take megabytes. Arrays from half a huge page
-    // on are rounded up to whole huge pages and put on them where the
-    // system grants them on request: each is touched from end to
-    // end at every load and streamed every block, and on small pages the
-    // load spends much of its time in page faults and the blocks in address
-    // translation.
-    static void* Allocate(size_t bytes)
+    // Spectra of long impulses take megabytes. From half a huge page on, an
+    // array is a large buffer, on huge pages where the system grants them:
+    // each is touched from end to end at every load and streamed every
+    // block, and on small pages the load spends much of its time in page
+    // faults and the blocks in address translation.
+    void Allocate(size_t bytes)
     {
-        if (bytes >= kHugePageBytes / 2)
+        if (bytes >= kLargeBytes)
         {
-            const size_t rounded = RoundUp(bytes, kHugePageBytes);
-            void* memory = std::aligned_alloc(kHugePageBytes, rounded);
-#ifdef MADV_HUGEPAGE
-            if (memory != nullptr)
-                madvise(memory, rounded, MADV_HUGEPAGE);  // a refusal changes nothing
-#endif
-            return memory;
+            try
+            {
+                large = std::make_unique<QVLargeBuffer>(bytes);
+                items = large->As<T>();
+            }
+            catch (const std::bad_alloc&)
+            {
+                large.reset();  // no array, as from the small allocator
+            }
+            return;
         }
-        return std::aligned_alloc(kVectorBytes, RoundUp(bytes, kVectorBytes));
+        items = static_cast<T*>(std::aligned_alloc(kVectorBytes, RoundUp(bytes, kVectorBytes)));
     }
-    static size_t RoundUp(size_t bytes, size_t unit)
-    {
-        return (bytes + unit - 1) / unit * unit;
-    }
+    static size_t RoundUp(size_t bytes, size_t unit) { return (bytes + unit - 1) / unit * unit; }
 
-    // The widest vectors that the transform library or the kernels use.
+    // The widest vectors that the transform library or the kernels use; large
+    // buffers keep at least this alignment.
     static constexpr size_t kVectorBytes = 64;
-    static constexpr size_t kHugePageBytes = size_t{2} << 20;
+    static constexpr size_t kLargeBytes = size_t{1} << 20;
 
+    std::unique_ptr<QVLargeBuffer> large;
     T* items = nullptr;
     int32_t count = 0;
 };

@@ -4,7 +4,7 @@
 // microseconds: tens of megabytes cost a tenth of a second in faults alone.
 // These are backed by huge pages where the system gives them, one fault per
 // 2 MiB; elsewhere they cost what any allocation does. The contents start
-// undefined.
+// undefined; the data starts on a 64-byte boundary, as vector loads want.
 #pragma once
 
 #include <cstddef>
