@@ -24,29 +24,6 @@ struct SettingsArguments
     bool system = false;
 };
 
-std::string Hex(const QVDllBuffer& buffer)
-{
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (uint8_t byte : buffer.GetBytes())
-    {
-        text.push_back(kDigits[byte >> 4]);
-        text.push_back(kDigits[byte & 15]);
-    }
-    return text;
-}
-
-int HexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 std::vector<uint8_t> ParseHex(const std::string& text)
 {
     std::vector<uint8_t> bytes;
@@ -55,7 +32,7 @@ std::vector<uint8_t> ParseHex(const std::string& text)
     {
         if (c == ' ' || c == ':' || c == '-')
             continue;  // separators people paste
-        const int digit = HexDigit(c);
+        const int digit = SettingsHexDigit(c);
         if (digit < 0)
             throw CliError(CLI_EXIT_USAGE, "'" + text + "' is not hexadecimal bytes");
         if (high < 0)
@@ -174,7 +151,8 @@ public:
         {
             QVDllBuffer buffer;
             if (key.ReadBinary(stored.c_str(), &buffer, 0))
-                return {"binary", Hex(buffer)};
+                return {"binary",
+                        SettingsHexOf(buffer.GetBytes().data(), buffer.GetBytes().size())};
             break;
         }
         default: break;

@@ -13,30 +13,6 @@ std::string Utf8(const char16_t* text)
     return QVString(text).ToUTF8();
 }
 
-std::string HexOf(const uint8_t* data, size_t size)
-{
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string hex;
-    hex.reserve(size * 2);
-    for (size_t i = 0; i < size; ++i)
-    {
-        hex.push_back(kDigits[data[i] >> 4]);
-        hex.push_back(kDigits[data[i] & 15]);
-    }
-    return hex;
-}
-
-int HexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 bool BytesOf(const std::string& hex, std::vector<uint8_t>& bytes)
 {
     if (hex.size() % 2 != 0)
@@ -44,8 +20,8 @@ bool BytesOf(const std::string& hex, std::vector<uint8_t>& bytes)
     bytes.clear();
     for (size_t i = 0; i < hex.size(); i += 2)
     {
-        const int high = HexDigit(hex[i]);
-        const int low = HexDigit(hex[i + 1]);
+        const int high = SettingsHexDigit(hex[i]);
+        const int low = SettingsHexDigit(hex[i + 1]);
         if (high < 0 || low < 0)
             return false;
         bytes.push_back(static_cast<uint8_t>(high * 16 + low));
@@ -118,6 +94,30 @@ void SetSystemString(QVSystemString* result, const QVString& text)
 }
 
 }  // namespace
+
+std::string SettingsHexOf(const uint8_t* data, size_t size)
+{
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string hex;
+    hex.reserve(size * 2);
+    for (size_t i = 0; i < size; ++i)
+    {
+        hex.push_back(kDigits[data[i] >> 4]);
+        hex.push_back(kDigits[data[i] & 15]);
+    }
+    return hex;
+}
+
+int SettingsHexDigit(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
 
 QVString QVSettingsZoneValueName(const QVString& name, int32_t zone)
 {
@@ -233,8 +233,8 @@ bool CFileSettingsKey::WriteBinary(const char16_t* name, const void* data, int32
 {
     if (byteCount < 0 || (data == nullptr && byteCount > 0))
         return false;
-    return WriteValue(name, json{{"binary", HexOf(static_cast<const uint8_t*>(data),
-                                                  static_cast<size_t>(byteCount))}});
+    return WriteValue(name, json{{"binary", SettingsHexOf(static_cast<const uint8_t*>(data),
+                                                          static_cast<size_t>(byteCount))}});
 }
 
 bool CFileSettingsKey::WriteInt(const char16_t* name, int32_t value, int32_t, int32_t)

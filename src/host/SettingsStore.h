@@ -31,6 +31,11 @@ QVString QVSettingsZoneValueName(const QVString& name, int32_t zone);
 // dropped. With acceptSlash, "/" separates parts as well (for typed paths).
 std::string NormalizeSettingsPath(std::string_view path, bool acceptSlash);
 
+// Bytes as the store writes them: two lower-case hexadecimal digits each.
+std::string SettingsHexOf(const uint8_t* data, size_t size);
+// The value of one hexadecimal digit of either case, or -1.
+int SettingsHexDigit(char c);
+
 class CFileSettingsKey : public IQVSettingsKey
 {
 public:
