@@ -111,6 +111,11 @@ public:
     static constexpr const char16_t* SETTINGS_LEGACY_KEY = u"Plugins\\DSP\\QM DSP";
     static constexpr int32_t MAX_PATH_CHOICES = 10;
     static constexpr int32_t MAX_PERFORMANCE_HISTORY = 20;
+    // The longest impulse a path may span, delay included: 2^23 frames, three
+    // minutes at 48 kHz and 22 s at 384 kHz, far beyond any room or reverb.
+    // Its spectra take about 270 MB a path; a longer file or delay, mostly a
+    // wrong file or a typing slip, is refused before it can exhaust memory.
+    static constexpr int64_t MAX_IMPULSE_FRAMES = int64_t{1} << 23;
 
     explicit CAudioConvolution(int32_t zone);
     ~CAudioConvolution();

@@ -246,13 +246,25 @@ void CAudioConvolution::LoadConfigurationBlock(const QVStringArray& lines, int32
     const double delayMilliseconds = outputChannel < delays.GetCount()
                                          ? delays[static_cast<int32_t>(outputChannel)].ToDouble()
                                          : 0.0;
+    const int64_t fileFrames = static_cast<int64_t>(file->samples.size()) / file->channels;
+    const double longestMilliseconds =
+        static_cast<double>(MAX_IMPULSE_FRAMES - fileFrames) * 1000.0 / format.sampleRate;
+    if (!(delayMilliseconds <= longestMilliseconds))  // also NaN
+    {
+        Note(lineNumber,
+             QVString::Format(u"skipped: the delay of output channel %d, %s ms, makes the path "
+                              u"longer than %d frames",
+                              outputChannel, delays[static_cast<int32_t>(outputChannel)],
+                              MAX_IMPULSE_FRAMES));
+        return;
+    }
     const int64_t delayFrames =
-        std::max<int64_t>(format.FramesFromMilliseconds(delayMilliseconds), 0);
+        std::max<int64_t>(format.FramesFromMilliseconds(std::max(delayMilliseconds, 0.0)), 0);
 
     auto path = std::make_unique<CPath>();
     path->outputChannel = static_cast<int32_t>(outputChannel);
     if (!BuildPathFilter(*path, *file, static_cast<int32_t>(fileChannel), file->gain,
-                         static_cast<int32_t>(std::min<int64_t>(delayFrames, INT32_MAX / 2))))
+                         static_cast<int32_t>(delayFrames)))
     {
         Note(lineNumber,
              QVString::Format(u"dropped: channel %d of \"%s\" is silent", fileChannel, resolved));
@@ -344,6 +356,15 @@ CAudioConvolution::CFilterFile* CAudioConvolution::ConvertFilterFile(const QVStr
         const int64_t samples = reader->GetDataSize() / 8;
         const int64_t channelCount = reader->GetChannels();
         const int64_t frames = samples / channelCount;
+        if (frames > MAX_IMPULSE_FRAMES)
+        {
+            Note(0, QVString::Format(u"\"%s\" has %d frames at %d Hz, more than the %d an "
+                                     u"impulse may have",
+                                     name, frames, static_cast<int32_t>(rate), MAX_IMPULSE_FRAMES));
+            reader->Close();
+            QVFileSystem::DeleteFile(output);
+            return nullptr;
+        }
         file = std::make_unique<CFilterFile>();
         file->name = name;
         file->gain = gain;

@@ -240,6 +240,50 @@ TEST(ConvolutionFilters, MissingFileInvalidatesTheFilter)
     EXPECT_EQ(shortConfig.engine.paths.GetCount(), 0);
 }
 
+// A path may span 2^23 frames, delay included. A delay that goes beyond,
+// also one too large for any integer or not a number at all, skips its block
+// with a note; a file that is longer fails the load. Neither may take the
+// memory such a path would need.
+TEST(ConvolutionFilters, PathsLongerThanTheLimitAreRefusedBeforeTheyAreBuilt)
+{
+    TempFolder folder;
+    WriteWav(folder.File("h.wav"), DecayingImpulse(1000, 5), 1, 48000);
+    // 8388608 - 1000 frames at 48 kHz are 174741.8 ms.
+    for (const char* delay : {"174741", "174742", "1e300", "-1e300"})
+    {
+        SCOPED_TRACE(delay);
+        WriteText(folder.File("late.cfg"),
+                  std::string("\n\n0 ") + delay + "\nh.wav\n0\n0\n0\nh.wav\n0\n0\n1\n");
+        LoadedEngine loaded(folder.File("late.cfg"), MakeFormat(2));
+        EXPECT_TRUE(loaded.engine.IsValid());
+        const bool fits = std::string(delay) == "174741" || std::string(delay) == "-1e300";
+        ASSERT_EQ(loaded.engine.paths.GetCount(), fits ? 2 : 1);
+        if (fits)
+        {
+            EXPECT_EQ(loaded.engine.paths[1]->delayFrames, delay[0] == '-' ? 0 : 8387568);
+            continue;
+        }
+        ASSERT_EQ(loaded.engine.GetLoadNotes().size(), 1u);
+        EXPECT_EQ(loaded.engine.GetLoadNotes()[0].line, 8);
+        EXPECT_EQ(loaded.engine.GetLoadNotes()[0].text.ToUTF8(),
+                  std::string("skipped: the delay of output channel 1, ") + delay +
+                      " ms, makes the path longer than 8388608 frames");
+    }
+
+    const std::string tooLong = folder.File("long.wav");
+    WriteWav(tooLong, std::vector<double>(CAudioConvolution::MAX_IMPULSE_FRAMES + 1, 0.25), 1,
+             48000, SF_FORMAT_PCM_16);
+    LoadedEngine refused(tooLong, MakeFormat(2));
+    EXPECT_FALSE(refused.engine.IsValid());
+    EXPECT_EQ(refused.engine.paths.GetCount(), 0);
+    ASSERT_EQ(refused.engine.GetLoadNotes().size(), 2u);
+    EXPECT_EQ(refused.engine.GetLoadNotes()[0].text.ToUTF8(),
+              "\"" + tooLong +
+                  "\" has 8388609 frames at 48000 Hz, more than the 8388608 an "
+                  "impulse may have");
+    EXPECT_TRUE(LeftoverConverterFiles().empty());
+}
+
 // An impulse at twice the stream's rate arrives resampled, with gain 2 to
 // keep its sum: a box of 0.001 over 960 frames at 96 kHz passes DC at 0.96.
 TEST(ConvolutionFilters, ImpulseAtAnotherRateIsResampledWithItsRateRatioAsGain)
