@@ -380,6 +380,10 @@ void CParametricDelayFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
     SerializeValue(load, map, u"Delay", delay);
+    // Stored text is nobody's edit: a delay beyond the edit's range would size
+    // the lines from it, and 20,000,000 ms are gigabytes per channel.
+    if (load)
+        delay = std::isnan(delay) ? 0.0 : std::clamp(delay, 0.0, MAX_DELAY_MS);
     SerializeChannelList(load, map, u"Channels", channels);
 }
 

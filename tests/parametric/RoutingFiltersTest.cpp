@@ -166,6 +166,17 @@ TEST(RoutingFilters, DelayInWholeFrames)
     panel.SetText(CParametricDelayFilter::CONTROL_DELAY, QVString(u"-3"));
     delay->UpdateValuesFromPanel();
     EXPECT_EQ(delay->delay, 0.0);
+
+    // Stored values are held to the same range as edits.
+    for (const auto& [stored, loaded] : std::vector<std::pair<const char16_t*, double>>{
+             {u"20000000", 30000.0}, {u"-5", 0.0}, {u"nan", 0.0}, {u"12.5", 12.5}})
+    {
+        QVPropertyMap map;
+        map.SetString(QVString(u"Delay"), QVString(stored));
+        CParametricDelayFilter restored;
+        restored.Serialize(true, map);
+        EXPECT_EQ(restored.delay, loaded) << Utf8(QVString(stored));
+    }
 }
 
 TEST(RoutingFilters, PolarityAndMidSide)
