@@ -84,16 +84,21 @@ void CTempoPitchDSPPlugin::LoadSettings()
 {
     CZoneSettingsKey key(zone, QVString(NAME), QVString(LEGACY_KEY), QVString());
     // A factor that is no positive number keeps the one before: the library
-    // divides by them.
-    auto read = [&key](const char16_t* name, double& value)
+    // divides by them. The keys are written from the panel, so a factor beyond
+    // its control's range was edited by hand, and is held to that range: a
+    // tempo of 0.000001 would make each block a million times as long.
+    auto read = [&key](CTempoPitchDlg::ERow row, const char16_t* name, double& value)
     {
         const double stored = key.ReadDouble(QVString(name), value);
-        if (std::isfinite(stored) && stored > 0.0)
-            value = stored;
+        if (!(std::isfinite(stored) && stored > 0.0))
+            return;
+        const CTempoPitchDlg::Control& control = CTempoPitchDlg::CONTROLS[row];
+        value = std::clamp(stored, CTempoPitchDlg::ControlToFactor(control.minimum),
+                           CTempoPitchDlg::ControlToFactor(control.maximum));
     };
-    read(TEMPO_VALUE, tempo);
-    read(PITCH_VALUE, pitch);
-    read(RATE_VALUE, rate);
+    read(CTempoPitchDlg::ROW_TEMPO, TEMPO_VALUE, tempo);
+    read(CTempoPitchDlg::ROW_PITCH, PITCH_VALUE, pitch);
+    read(CTempoPitchDlg::ROW_RATE, RATE_VALUE, rate);
 }
 
 bool CTempoPitchDSPPlugin::SaveSettings()

@@ -192,6 +192,30 @@ TEST(TempoPitchPlugin, FormatsOutsideTheBoundsPassThrough)
     EXPECT_FALSE(plugin->HasStretcher());
 }
 
+// Factors edited by hand into the store: beyond the panel's range they are
+// held to it; what is no positive number leaves the factor as it was.
+TEST(TempoPitchPlugin, StoredFactorsAreHeldToThePanelsRanges)
+{
+    qvtest::ScopedFileStore store;
+    qvtest::CountingHost host;
+    store.Write(u"Zones\\3\\Tempo & Pitch", u"Tempo", u"0.000001");
+    store.Write(u"Zones\\3\\Tempo & Pitch", u"Pitch", u"1000");
+    store.Write(u"Zones\\3\\Tempo & Pitch", u"Rate", u"-2");
+    CTempoPitchDSPPlugin plugin(&host, 3);
+    CAudioFormat format;
+    format.Set(64, 44100, 2);
+    plugin.SetFormat(format);
+    EXPECT_EQ(plugin.GetTempo(), 0.25);
+    EXPECT_EQ(plugin.GetPitch(), 3.0);
+    EXPECT_EQ(plugin.GetRate(), 1.0);
+
+    store.Write(u"Zones\\3\\Tempo & Pitch", u"Tempo", u"nan");
+    store.Write(u"Zones\\3\\Tempo & Pitch", u"Rate", u"3.5");
+    plugin.SetFormat(format);
+    EXPECT_EQ(plugin.GetTempo(), 0.25);
+    EXPECT_EQ(plugin.GetRate(), 3.5);
+}
+
 TEST(TempoPitchPlugin, ExternalTempoIsClampedAndReleasedToTheStoredOne)
 {
     qvtest::ScopedFileStore store;
@@ -274,7 +298,7 @@ TEST(TempoPitchPlugin, PanelControlsConvertSymmetrically)
     EXPECT_EQ(panel->GetValue(CTempoPitchDlg::ROW_PITCH), -1.0);
     panel->SetValue(CTempoPitchDlg::ROW_RATE, -1.0);
     EXPECT_EQ(plugin.GetRate(), 0.5);
-    EXPECT_EQ(plugin.GetTempo(), 10.0);
+    EXPECT_EQ(plugin.GetTempo(), 4.0);  // opening the panel read the stored 10 into range
     EXPECT_EQ(store.Read(u"Zones\\1\\Tempo & Pitch", u"Rate"), "0.5");
 
     // A reload from the store reaches the panel's controls.
