@@ -5,10 +5,17 @@
 
 #include <cmath>
 #include <cstdio>
+#include <new>
 #include <vector>
 
 namespace
 {
+
+// The converter holds a whole file, and its resampled copy, in memory. A file
+// is refused when either would pass 2^28 samples (2 GiB): no impulse comes
+// near that, and a mistaken choice (an hour of music, a header that claims a
+// rate of 1 Hz) fails at once instead of taking the machine's memory.
+constexpr double kMostSamples = 268435456.0;
 
 int SubtypeForBits(int32_t bits)
 {
@@ -28,7 +35,8 @@ bool ReadWhole(const QVString& source, SF_INFO& info, std::vector<double>& sampl
     SNDFILE* file = sf_open(source.ToUTF8().c_str(), SFM_READ, &info);
     if (file == nullptr)
         return false;
-    bool ok = info.channels > 0 && info.samplerate > 0 && info.frames > 0;
+    bool ok = info.channels > 0 && info.samplerate > 0 && info.frames > 0 &&
+              static_cast<double>(info.frames) * info.channels <= kMostSamples;
     if (ok)
     {
         samples.assign(static_cast<size_t>(info.frames) * info.channels, 0.0);
@@ -41,7 +49,10 @@ bool ReadWhole(const QVString& source, SF_INFO& info, std::vector<double>& sampl
 bool Resample(std::vector<double>& samples, int channels, double fromRate, double toRate)
 {
     const size_t inFrames = samples.size() / channels;
-    const auto outFrames = static_cast<size_t>(std::ceil(inFrames * toRate / fromRate));
+    const double wanted = std::ceil(static_cast<double>(inFrames) * toRate / fromRate);
+    if (!(wanted * channels <= kMostSamples))
+        return false;
+    const auto outFrames = static_cast<size_t>(wanted);
     std::vector<double> out(outFrames * channels, 0.0);
     const soxr_io_spec_t io = soxr_io_spec(SOXR_FLOAT64_I, SOXR_FLOAT64_I);
     const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_VHQ, 0);
@@ -81,16 +92,23 @@ int32_t CBuiltinSoundConverter::Convert(const QVString& source, const QVString& 
 {
     outputName = QVString();
     inputRate = 0;
-    SF_INFO info;
-    std::vector<double> samples;
-    if (!ReadWhole(source, info, samples))
-        return 0;
-    inputRate = info.samplerate;
-    const int rate = targetRate > 0 ? targetRate : info.samplerate;
-    if (rate != info.samplerate && !Resample(samples, info.channels, info.samplerate, rate))
-        return 0;
-    if (!WriteWhole(target, info.channels, rate, SubtypeForBits(targetBits), samples))
-        return 0;
+    try
+    {
+        SF_INFO info;
+        std::vector<double> samples;
+        if (!ReadWhole(source, info, samples))
+            return 0;
+        inputRate = info.samplerate;
+        const int rate = targetRate > 0 ? targetRate : info.samplerate;
+        if (rate != info.samplerate && !Resample(samples, info.channels, info.samplerate, rate))
+            return 0;
+        if (!WriteWhole(target, info.channels, rate, SubtypeForBits(targetBits), samples))
+            return 0;
+    }
+    catch (const std::bad_alloc&)
+    {
+        return 0;  // a conversion that does not fit fails like one that cannot be read
+    }
     outputName = target;
     return 1;
 }

@@ -128,3 +128,17 @@ TEST(SoundConverter, UnreadableSourceFailsWithoutOutput)
         EXPECT_FALSE(std::filesystem::exists(folder.File("out.wav")));
     }
 }
+
+// A header that claims a rate of 1 Hz asks for 48,000 frames per frame: the
+// conversion is refused before anything is allocated or written.
+TEST(SoundConverter, ConversionsBeyondTwoGigabytesAreRefused)
+{
+    Folder folder;
+    Write(folder.File("slow.wav"), Sine(0.1, 1, 6000), 1, SF_FORMAT_PCM_16);  // 288,000,000 out
+    IQVSoundConverter* converter = MakeConverter(48000, 64);
+    EXPECT_NE(converter->Convert(QVString::FromUTF8(folder.File("slow.wav")),
+                                 QVString::FromUTF8(folder.File("out.wav"))),
+              1);
+    converter->Release();
+    EXPECT_FALSE(std::filesystem::exists(folder.File("out.wav")));
+}
