@@ -357,7 +357,11 @@ void CParametricDelayFilter::Process(double* samples, int32_t frames, const CAud
         return;
     // Recomputed in every block from the format in force; below one frame the
     // line is left alone, contents and all.
-    const int32_t delayFrames = CDelayFilter<double>::FramesForMilliseconds(*format, delay);
+    // A stored list may hold more than the edit's range (a hand-edited text,
+    // which the commands refuse to take): the lines never grow beyond that
+    // range, since 20,000,000 ms would be gigabytes per channel.
+    const int32_t delayFrames =
+        CDelayFilter<double>::FramesForMilliseconds(*format, std::min(delay, MAX_DELAY_MS));
     if (delayFrames < 1)
         return;
     const int32_t secondFrames = CDelayFilter<double>::FramesForMilliseconds(*format, 1000.0);
@@ -380,10 +384,6 @@ void CParametricDelayFilter::Serialize(bool load, QVPropertyMap& map)
 {
     CParametricFilter::Serialize(load, map);
     SerializeValue(load, map, u"Delay", delay);
-    // Stored text is nobody's edit: a delay beyond the edit's range would size
-    // the lines from it, and 20,000,000 ms are gigabytes per channel.
-    if (load)
-        delay = std::isnan(delay) ? 0.0 : std::clamp(delay, 0.0, MAX_DELAY_MS);
     SerializeChannelList(load, map, u"Channels", channels);
 }
 
