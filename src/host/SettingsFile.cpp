@@ -448,6 +448,7 @@ private:
         const ELoad now = LoadDocument(target, current, currentProblem);
         if (now != load || current != document)
         {
+            changedMeanwhile = true;
             problem = "settings file " + target +
                       " was changed by another program meanwhile; the change is not saved";
             return false;
@@ -455,6 +456,12 @@ private:
         return true;
     }
 
+public:
+    // The last change was refused because the file was read before the lock
+    // was held and is no longer what was read.
+    bool ChangedMeanwhile() const { return changedMeanwhile; }
+
+private:
     std::string target;
     CFolderLock lock;
     std::string lockProblem;
@@ -462,6 +469,7 @@ private:
     ELoad load = ELoad::Missing;
     std::string loadProblem;
     bool dirty = false;
+    bool changedMeanwhile = false;
 };
 
 CSettingsFileBatch& BatchFor(const std::string& path)
@@ -575,10 +583,24 @@ bool CSettingsFile::Update(const std::function<bool(json&)>& change)
 {
     if (!CSettingsTransaction::IsOpen())
     {
-        // A single change is a transaction of its own.
-        CSettingsTransaction transaction;
-        const bool changed = Update(change);
-        return transaction.Commit() && changed;
+        // A single change is a transaction of its own. Begun before the folder
+        // existed, it read the file without the lock; should another program
+        // have written the file meanwhile, the change is made once more on
+        // what that program left, as nothing else of the transaction relied on
+        // what was read. This is what two first saves at once come to.
+        for (int attempt = 0;; ++attempt)
+        {
+            CSettingsTransaction transaction;
+            CSettingsFileBatch& batch = BatchFor(path);
+            std::string problem;
+            if (batch.Change(change, problem))
+                return transaction.Commit();
+            if (attempt > 0 || !batch.ChangedMeanwhile())
+            {
+                Fail(u"CSettingsFile::Update", problem);
+                return false;
+            }
+        }
     }
     std::string problem;
     if (BatchFor(path).Change(change, problem))
