@@ -4,44 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 
 #include "../../fuzz/AudioFuzzChecks.h"
 #include "../../fuzz/TagFuzzChecks.h"
+#include "support/FuzzReplay.h"
 
 namespace
 {
 
-std::vector<uint8_t> ReadFile(const std::filesystem::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in),
-                                std::istreambuf_iterator<char>());
-}
-
 int Replay(const std::string& target, const std::function<void(const std::vector<uint8_t>&)>& check)
 {
-    const char* source = std::getenv("QVDSP_SOURCE_DIR");
-    if (source == nullptr)
-        return -1;
-    int count = 0;
-    for (const std::filesystem::path& folder :
-         {std::filesystem::path(source) / "fuzz/corpus" / target,
-          std::filesystem::path(source) / "tests/audiofile/fuzz-regressions" / target})
-    {
-        if (!std::filesystem::is_directory(folder))
-            continue;
-        for (const auto& entry : std::filesystem::directory_iterator(folder))
-        {
-            SCOPED_TRACE(entry.path().string());
-            check(ReadFile(entry.path()));
-            ++count;
-        }
-    }
-    return count;
+    return qvtest::ReplayKeptInputs(target, "tests/audiofile/fuzz-regressions", check);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include "audiofile/FileLoader.h"
 #include "core/QVFileSystem.h"
+#include "support/ScratchFolder.h"
 
 #include <filesystem>
 #include <fstream>
@@ -18,8 +19,6 @@ class LoaderFiles : public ::testing::Test
 protected:
     void SetUp() override
     {
-        folder = fs::temp_directory_path() / ("qvdsp-loader-" + std::to_string(::getpid()));
-        fs::create_directories(folder);
         bytes.resize(3000);
         for (size_t i = 0; i < bytes.size(); ++i)
             bytes[i] = static_cast<uint8_t>(i * 13);
@@ -27,9 +26,9 @@ protected:
             .write(reinterpret_cast<const char*>(bytes.data()), 3000);
         name = QVString::FromUTF8((folder / "data.bin").string());
     }
-    void TearDown() override { fs::remove_all(folder); }
 
-    fs::path folder;
+    qvtest::ScratchFolder scratch;
+    const fs::path& folder = scratch.Path();
     std::vector<uint8_t> bytes;
     QVString name;
 };

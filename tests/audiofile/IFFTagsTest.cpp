@@ -22,29 +22,14 @@
 #include "audiofile/WAVInfo.h"
 #include "audiofile/Wave64Info.h"
 #include "support/FileStoreTools.h"
+#include "support/ScratchFolder.h"
 
 namespace
 {
 
 namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
-
-class ScratchFolder
-{
-public:
-    ScratchFolder()
-    {
-        path = fs::temp_directory_path() /
-               ("qvdsp-tags-" + std::to_string(::getpid()) + "-" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(path);
-    }
-    ~ScratchFolder() { fs::remove_all(path); }
-    std::string File(const std::string& name) const { return (path / name).string(); }
-
-private:
-    fs::path path;
-};
+using qvtest::ScratchFolder;
 
 Bytes ReadBytes(const std::string& path)
 {

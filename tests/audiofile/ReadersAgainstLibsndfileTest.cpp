@@ -20,26 +20,12 @@
 #include "audiofile/SampleValues.h"
 #include "core/QVFileSystem.h"
 #include "core/QVPropertyMap.h"
+#include "support/ScratchFolder.h"
 
 namespace
 {
 
-class ScratchFolder
-{
-public:
-    ScratchFolder()
-    {
-        path = std::filesystem::temp_directory_path() /
-               ("qvdsp-readers-" + std::to_string(::getpid()) + "-" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::create_directories(path);
-    }
-    ~ScratchFolder() { std::filesystem::remove_all(path); }
-    std::string File(const std::string& name) const { return (path / name).string(); }
-
-private:
-    std::filesystem::path path;
-};
+using qvtest::ScratchFolder;
 
 // A deterministic signal within (-1, 1) with a different course per channel.
 std::vector<double> TestSignal(int frames, int channels)

@@ -15,28 +15,10 @@ using clitest::ScratchFolder;
 namespace
 {
 
-class ConvolutionCommandTest : public testing::Test
+class ConvolutionCommandTest : public clitest::CommandFixture
 {
 protected:
-    void SetUp() override
-    {
-        // Anything that ignores --settings would land here, and the test would see it.
-        setenv("QVDSP_SETTINGS", (scratch / "wrong.json").c_str(), 1);
-    }
-
-    RunResult Conv(std::vector<std::string> arguments)
-    {
-        arguments.insert(arguments.begin(), "conv");
-        arguments.insert(arguments.end(), {"--settings", settings.string()});
-        return clitest::RunQvdsp(arguments, scratch);
-    }
-
-    std::string Ok(const std::vector<std::string>& arguments)
-    {
-        RunResult result = Conv(arguments);
-        EXPECT_EQ(result.exitCode, 0) << arguments[0] << ": " << result.err;
-        return result.out;
-    }
+    ConvolutionCommandTest() : CommandFixture("conv", false) {}
 
     std::string Impulse(const std::string& name, int rate = 48000)
     {
@@ -47,9 +29,6 @@ protected:
                                      samples);
         return (scratch / name).string();
     }
-
-    ScratchFolder scratch;
-    std::filesystem::path settings = scratch / "settings.json";
 };
 
 // set, the switches and the recent choices, all seen by show.
@@ -92,12 +71,12 @@ TEST_F(ConvolutionCommandTest, CheckListsPathsAndProblems)
         << out;
 
     std::ofstream(scratch / "bad.cfg") << "\n\n\nnone.wav\n0\n0\n0\n";
-    RunResult bad = Conv({"check", (scratch / "bad.cfg").string()});
+    RunResult bad = Run({"check", (scratch / "bad.cfg").string()});
     EXPECT_EQ(bad.exitCode, 1);
     EXPECT_NE(bad.out.find("line 4"), std::string::npos) << bad.out;
     EXPECT_NE(bad.err.find("not valid"), std::string::npos) << bad.err;
 
-    RunResult missing = Conv({"check", (scratch / "nothing.wav").string()});
+    RunResult missing = Run({"check", (scratch / "nothing.wav").string()});
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_NE(missing.err.find("does not exist"), std::string::npos) << missing.err;
 }
@@ -107,51 +86,13 @@ TEST_F(ConvolutionCommandTest, BadUsageIsRefused)
     for (const auto& arguments : std::vector<std::vector<std::string>>{
              {"normalize", "maybe"}, {"show", "--rate", "0"}, {"check"}, {"frobnicate"}})
     {
-        RunResult result = Conv(arguments);
+        RunResult result = Run(arguments);
         EXPECT_EQ(result.exitCode, 2) << arguments[0];
     }
     EXPECT_FALSE(std::filesystem::exists(settings));
-    RunResult missing = Conv({"set", (scratch / "gone.wav").string()});
+    RunResult missing = Run({"set", (scratch / "gone.wav").string()});
     EXPECT_EQ(missing.exitCode, 0);
     EXPECT_NE(missing.err.find("does not exist"), std::string::npos) << missing.err;
-}
-
-// The demo runs Convolution with a room impulse of its own making, and its
-// output fits a sound card: no sample beyond full scale, as its level table says.
-TEST_F(ConvolutionCommandTest, DemoRunsItsOwnRoomAndStaysBelowFullScale)
-{
-    const std::filesystem::path folder = scratch / "demo";
-    RunResult result = clitest::RunQvdsp({"demo", "--out", folder.string()}, scratch);
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_NE(result.out.find("-> Convolution ->"), std::string::npos) << result.out;
-    EXPECT_EQ(result.err.find("not valid"), std::string::npos) << result.err;
-    EXPECT_NE(clitest::ReadBytes(folder / "demo-settings.json").find(folder / "demo-room.wav"),
-              std::string::npos);
-
-    // The room: the direct sound first, then a tail that dies away.
-    int rate = 0;
-    int channels = 0;
-    const std::vector<double> room =
-        clitest::ReadDoubles(folder / "demo-room.wav", nullptr, &rate, &channels);
-    ASSERT_EQ(channels, 2);
-    const auto energy = [&](double fromSeconds, double toSeconds)
-    {
-        double sum = 0.0;
-        for (auto i = static_cast<size_t>(fromSeconds * rate) * 2;
-             i < static_cast<size_t>(toSeconds * rate) * 2 && i < room.size(); ++i)
-            sum += room[i] * room[i];
-        return sum;
-    };
-    EXPECT_EQ(room[0], 1.0);
-    EXPECT_EQ(room[1], 1.0);
-    EXPECT_GT(energy(0.02, 0.07), 1000 * energy(0.2, 0.25));
-
-    EXPECT_NE(result.out.find("no sample exceeds full scale"), std::string::npos) << result.out;
-    double peak = 0.0;
-    for (double sample : clitest::ReadDoubles(folder / "demo-out.wav"))
-        peak = std::max(peak, std::fabs(sample));
-    EXPECT_GT(peak, 0.1);
-    EXPECT_LE(peak, 1.0);
 }
 
 }  // namespace

@@ -13,29 +13,10 @@ using clitest::ScratchFolder;
 namespace
 {
 
-class EffectsCommandTest : public testing::Test
+class EffectsCommandTest : public clitest::CommandFixture
 {
 protected:
-    void SetUp() override
-    {
-        // Anything that ignores --settings would land here, and the test would see it.
-        setenv("QVDSP_SETTINGS", (scratch / "wrong.json").c_str(), 1);
-    }
-
-    RunResult Effects(std::vector<std::string> arguments)
-    {
-        arguments.insert(arguments.begin(), "effects");
-        arguments.insert(arguments.end(), {"--settings", settings.string()});
-        return clitest::RunQvdsp(arguments, scratch);
-    }
-
-    std::string Ok(const std::vector<std::string>& arguments)
-    {
-        RunResult result = Effects(arguments);
-        EXPECT_EQ(result.exitCode, 0) << arguments[0] << ": " << result.err;
-        EXPECT_EQ(result.err, "") << arguments[0];
-        return result.out;
-    }
+    EffectsCommandTest() : CommandFixture("effects") {}
 
     static std::string Show(const std::string& environment, const std::string& amount,
                             const std::string& subwoofer, const std::string& surround)
@@ -46,9 +27,6 @@ protected:
                       subwoofer.c_str(), "Surround Field", surround.c_str());
         return text;
     }
-
-    ScratchFolder scratch;
-    std::filesystem::path settings = scratch / "settings.json";
 };
 
 TEST_F(EffectsCommandTest, ShowsTheDefaultsAndWritesNothingWhenLooking)
@@ -93,9 +71,7 @@ TEST_F(EffectsCommandTest, ChangesGoToTheirZoneByNameIndexOrSize)
 
     // "off": all three to "(none)", the amount shown as not applying.
     EXPECT_EQ(Ok({"off", "--zone", "3"}), Show("(none)", "n/a", "(none)", "(none)"));
-    RunResult refused = Effects({"amount", "5", "--zone", "3"});
-    EXPECT_EQ(refused.exitCode, 2);
-    EXPECT_NE(refused.err.find("no environment"), std::string::npos) << refused.err;
+    Refused({"amount", "5", "--zone", "3"}, "no environment");
     EXPECT_EQ(Ok({"environment", "Jazz Club", "--zone", "3"}),
               Show("Jazz Club", "7", "(none)", "(none)"));
 }
@@ -126,13 +102,10 @@ TEST_F(EffectsCommandTest, BadNamesAndValuesAreRefusedAndNothingIsWritten)
         std::vector<std::string> arguments = refused.arguments;
         if (arguments.size() == 2)
             arguments.insert(arguments.end(), {"--zone", "1"});
-        RunResult result = Effects(arguments);
-        EXPECT_EQ(result.exitCode, 2) << arguments[1];
-        EXPECT_NE(result.err.find(refused.message), std::string::npos) << result.err;
-        EXPECT_EQ(result.out, "") << arguments[1];
+        Refused(arguments, refused.message);
     }
-    EXPECT_EQ(Effects({"environment"}).exitCode, 2);
-    EXPECT_EQ(Effects({"reverb", "Arena"}).exitCode, 2);
+    EXPECT_EQ(Run({"environment"}).exitCode, 2);
+    EXPECT_EQ(Run({"reverb", "Arena"}).exitCode, 2);
     EXPECT_EQ(clitest::ReadBytes(settings), before);
     EXPECT_EQ(Ok({"show", "--zone", "1"}),
               Show("Arena", "4", "8\" Subwoofer", "Medium enhancement"));
@@ -147,7 +120,7 @@ TEST_F(EffectsCommandTest, AnUnreadableSettingsFileIsKeptAndTheChangeFails)
     // Looking still works, from the defaults.
     EXPECT_EQ(Ok({"show", "--zone", "1"}),
               Show("Concert Hall", "4", "8\" Subwoofer", "Medium enhancement"));
-    RunResult result = Effects({"environment", "Arena", "--zone", "1"});
+    RunResult result = Run({"environment", "Arena", "--zone", "1"});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_NE(result.err.find(settings.string()), std::string::npos) << result.err;
     EXPECT_EQ(clitest::ReadBytes(settings), "{ \"half\": ");
@@ -189,16 +162,3 @@ TEST_F(EffectsCommandTest, ProcessRunsTheZonesEffects)
     EXPECT_NEAR(out[1116], 0.3 / 2.0 * 0.015, 1e-7);
 }
 }  // namespace
-
-TEST_F(EffectsCommandTest, TheDemoRunsALivingRoom)
-{
-    const std::filesystem::path folder = scratch / "demo";
-    RunResult result = clitest::RunQvdsp({"demo", "--out", folder.string()}, scratch);
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_NE(result.out.find("Chain: Equalizer -> Effects -> "), std::string::npos) << result.out;
-    // The demo keeps its settings in its folder: "Living Room" (5) at 3.
-    RunResult stored = clitest::RunQvdsp(
-        {"effects", "show", "--settings", (folder / "demo-settings.json").string()}, scratch);
-    EXPECT_EQ(stored.out, Show("Living Room", "3", "8\" Subwoofer", "Medium enhancement"))
-        << stored.err;
-}

@@ -26,30 +26,10 @@ namespace
 const std::string FLAT = "OOOOOOOOOOOOOOOOOOOOO";
 const std::string ROCK = "OCCKKUUYYUUNNKKCCCCCC";
 
-class EqCommandTest : public testing::Test
+class EqCommandTest : public clitest::CommandFixture
 {
 protected:
-    void SetUp() override
-    {
-        // Anything that ignores --settings would land here, and the test would see it.
-        setenv("QVDSP_SETTINGS", (scratch / "wrong.json").c_str(), 1);
-    }
-
-    RunResult Eq(std::vector<std::string> arguments)
-    {
-        arguments.insert(arguments.begin(), "eq");
-        arguments.insert(arguments.end(), {"--settings", settings.string()});
-        return clitest::RunQvdsp(arguments, scratch);
-    }
-
-    // Runs a command that must succeed and returns what it printed.
-    std::string Ok(const std::vector<std::string>& arguments)
-    {
-        RunResult result = Eq(arguments);
-        EXPECT_EQ(result.exitCode, 0) << arguments[0] << ": " << result.err;
-        EXPECT_EQ(result.err, "") << arguments[0];
-        return result.out;
-    }
+    EqCommandTest() : CommandFixture("eq") {}
 
     // The text after `label` on the line of `show` that starts with it.
     static std::string Field(const std::string& show, const std::string& label)
@@ -72,9 +52,6 @@ protected:
     {
         return Field(Ok({"show", "--zone", zone}), "Preset");
     }
-
-    ScratchFolder scratch;
-    std::filesystem::path settings = scratch / "settings.json";
 };
 
 TEST_F(EqCommandTest, SetThenShowGivesTheSettingAndItsGainsPerZone)
@@ -180,7 +157,7 @@ TEST_F(EqCommandTest, PresetsAreSharedByAllZonesAndCanBeSavedDeletedAndReset)
     EXPECT_EQ(Ok({"presets"}).find("Rock"), std::string::npos);
     EXPECT_EQ(Setting("5"), ROCK);
     EXPECT_EQ(Preset("5"), "Custom");
-    EXPECT_EQ(Eq({"preset", "Rock"}).exitCode, 2);
+    EXPECT_EQ(Run({"preset", "Rock"}).exitCode, 2);
 
     EXPECT_EQ(Ok({"reset-presets", "--zone", "7"}), defaults);
     EXPECT_EQ(Ok({"presets", "--zone", "2"}), defaults);
@@ -216,18 +193,11 @@ TEST_F(EqCommandTest, BadInputIsRefusedAndWritesNothing)
         {{"preamp", ""}, "is not a number"},
         {{"set"}, "SETTING"},
     };
-    auto refuseAll = [&](const std::string& when)
+    auto refuseAll = [&](const char* when)
     {
+        SCOPED_TRACE(when);
         for (const auto& refusal : refusals)
-        {
-            const RunResult result = Eq(refusal.command);
-            const std::string call =
-                when + ": " + refusal.command[0] + " " + refusal.command.back();
-            EXPECT_EQ(result.exitCode, 2) << call << "\n" << result.err;
-            EXPECT_NE(result.err.find(refusal.mentions), std::string::npos) << call << "\n"
-                                                                            << result.err;
-            EXPECT_EQ(result.out, "") << call;
-        }
+            Refused(refusal.command, refusal.mentions);
     };
 
     refuseAll("no file");
@@ -254,7 +224,7 @@ TEST_F(EqCommandTest, AFileThatCannotBeReadIsLeftAsItIsAndEveryChangeFails)
                                                     {"delete-preset", "Rock"},
                                                     {"reset-presets"}})
     {
-        const RunResult result = Eq(command);
+        const RunResult result = Run(command);
         EXPECT_EQ(result.exitCode, 1) << command[0];
         EXPECT_NE(result.err.find(settings.string()), std::string::npos)
             << command[0] << ": " << result.err;

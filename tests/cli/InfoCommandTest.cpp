@@ -28,19 +28,14 @@ TEST(InfoCommand, ShowsFormatChunksAndSamples)
     const nlohmann::json all = nlohmann::json::parse(result.out);
     ASSERT_EQ(all.size(), 2u);
     const nlohmann::json& first = all[0];
-    EXPECT_EQ(first["file"], wav.string());
-    EXPECT_EQ(first["reader"], "CWAVInfo");
-    EXPECT_EQ(first["formatTag"], 1);
-    EXPECT_EQ(first["channels"], 2);
-    EXPECT_EQ(first["sampleRate"], 44100);
-    EXPECT_EQ(first["bitsPerSample"], 16);
-    EXPECT_EQ(first["validBits"], 16);
-    EXPECT_EQ(first["blockAlign"], 4);
-    EXPECT_EQ(first["bytesPerSecond"], 176400);
-    EXPECT_EQ(first["frames"], 3);
-    EXPECT_EQ(first["durationMs"], 0);
-    EXPECT_EQ(first["dataStart"], 44);
-    EXPECT_EQ(first["dataSize"], 12);
+    const nlohmann::json expected = {
+        {"file", wav.string()}, {"reader", "CWAVInfo"}, {"formatTag", 1},
+        {"channels", 2},        {"sampleRate", 44100},  {"bitsPerSample", 16},
+        {"validBits", 16},      {"blockAlign", 4},      {"bytesPerSecond", 176400},
+        {"frames", 3},          {"durationMs", 0},      {"dataStart", 44},
+        {"dataSize", 12}};
+    for (const auto& [key, value] : expected.items())
+        EXPECT_EQ(first[key], value) << key;
     ASSERT_EQ(first["chunks"].size(), 2u);
     EXPECT_EQ(first["chunks"][0]["id"], "fmt ");
     EXPECT_EQ(first["chunks"][0]["position"], 12);

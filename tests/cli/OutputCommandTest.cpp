@@ -16,27 +16,10 @@ using clitest::ScratchFolder;
 namespace
 {
 
-class OutputCommandTest : public testing::Test
+class OutputCommandTest : public clitest::CommandFixture
 {
 protected:
-    void SetUp() override
-    {
-        // Anything that ignores --settings would land here, and the test would see it.
-        setenv("QVDSP_SETTINGS", (scratch / "wrong.json").c_str(), 1);
-    }
-
-    RunResult Run(std::vector<std::string> arguments)
-    {
-        arguments.insert(arguments.end(), {"--settings", settings.string()});
-        return clitest::RunQvdsp(arguments, scratch);
-    }
-
-    std::string Ok(const std::vector<std::string>& arguments)
-    {
-        RunResult result = Run(arguments);
-        EXPECT_EQ(result.exitCode, 0) << arguments[0] << ": " << result.err;
-        return result.out;
-    }
+    OutputCommandTest() : CommandFixture("", false) {}
 
     // The line of `text` that starts with `label` after its indent, without the indent.
     static std::string Line(const std::string& text, const std::string& label)
@@ -58,9 +41,6 @@ protected:
         nlohmann::json document = nlohmann::json::parse(file);
         return document["user"]["Zones\\" + zone + "\\Audio Settings"];
     }
-
-    ScratchFolder scratch;
-    std::filesystem::path settings = scratch / "settings.json";
 };
 
 }  // namespace
@@ -118,25 +98,15 @@ TEST_F(OutputCommandTest, ChoicesTheEncodingDoesNotOfferAreRefusedAndNothingIsWr
     const std::string before = clitest::ReadBytes(settings);
     EXPECT_EQ(Record()["Output Encoding"], 2);
 
-    RunResult refused = Run({"output", "set", "channels=5.1"});
-    EXPECT_EQ(refused.exitCode, 2);
-    EXPECT_NE(refused.err.find("channels: '5.1' is not offered with the current settings; it "
-                               "offers: 2 channels (stereo)"),
-              std::string::npos)
-        << refused.err;
-
+    Refused({"output", "set", "channels=5.1"},
+            "channels: '5.1' is not offered with the current settings; it offers: 2 channels "
+            "(stereo)");
     // Each change is checked against the panel as the earlier ones left it:
     // Dolby Digital offers no stereo, so the whole command is refused.
-    refused = Run({"output", "set", "encoding=0", "encoding=dolby-digital", "channels=stereo"});
-    EXPECT_EQ(refused.exitCode, 2);
-    EXPECT_NE(refused.err.find("offers: 3.1 channels; 4 channels; 5.1 channels"), std::string::npos)
-        << refused.err;
-
+    Refused({"output", "set", "encoding=0", "encoding=dolby-digital", "channels=stereo"},
+            "offers: 3.1 channels; 4 channels; 5.1 channels");
     // The rate list is closed while an encoding is chosen.
-    refused = Run({"output", "set", "rates", "48000"});
-    EXPECT_EQ(refused.exitCode, 2);
-    EXPECT_NE(refused.err.find("disabled"), std::string::npos) << refused.err;
-
+    Refused({"output", "set", "rates", "48000"}, "disabled");
     for (const std::vector<std::string>& bad :
          {std::vector<std::string>{"output", "set", "volume=3"},
           std::vector<std::string>{"output", "set", "encoding=0", "rate", "44100=12345"},

@@ -16,31 +16,12 @@ using clitest::ScratchFolder;
 namespace
 {
 
-class PeqCommandTest : public testing::Test
+class PeqCommandTest : public clitest::CommandFixture
 {
 protected:
-    void SetUp() override
-    {
-        // Anything that ignores --settings would land here, and the test would see it.
-        setenv("QVDSP_SETTINGS", (scratch / "wrong.json").c_str(), 1);
-    }
+    PeqCommandTest() : CommandFixture("peq", false) {}
 
-    RunResult Peq(std::vector<std::string> arguments)
-    {
-        arguments.insert(arguments.begin(), "peq");
-        arguments.insert(arguments.end(), {"--settings", settings.string()});
-        return clitest::RunQvdsp(arguments, scratch);
-    }
-
-    std::string List()
-    {
-        RunResult result = Peq({"list"});
-        EXPECT_EQ(result.exitCode, 0) << result.err;
-        return result.out;
-    }
-
-    ScratchFolder scratch;
-    std::filesystem::path settings = scratch / "settings.json";
+    std::string List() { return Ok({"list"}); }
 };
 
 // Tags nest and close, attribute values are quoted, the text has one root.
@@ -79,19 +60,19 @@ bool IsWellFormedXml(const std::string& text, int* elements)
 TEST_F(PeqCommandTest, EditsSurviveInTheSettingsFileAndRoundTripThroughExport)
 {
     EXPECT_EQ(List(), "(no filters)\n");
-    RunResult result = Peq({"add", "peak", "Frequency=1000", "Gain=-3", "Q=2", "Channels=L;R"});
+    RunResult result = Run({"add", "peak", "Frequency=1000", "Gain=-3", "Q=2", "Channels=L;R"});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.out, "  1  [x]  -3.0 dB at 1000 Hz (Left,Right)\n");
-    ASSERT_EQ(Peq({"add", "2", "Frequency=30", "--at", "1"}).exitCode, 0);
-    ASSERT_EQ(Peq({"add", "lowshelf", "Frequency=100", "Gain=4,5", "Channels=U1"}).exitCode, 0);
+    ASSERT_EQ(Run({"add", "2", "Frequency=30", "--at", "1"}).exitCode, 0);
+    ASSERT_EQ(Run({"add", "lowshelf", "Frequency=100", "Gain=4,5", "Channels=U1"}).exitCode, 0);
     EXPECT_EQ(List(), "  1  [x]  High-pass at 30 Hz (Left,Right)\n"
                       "  2  [x]  -3.0 dB at 1000 Hz (Left,Right)\n"
                       "  3  [x]  Low-shelf +4.5 dB at 100 Hz (U1)\n");
 
-    ASSERT_EQ(Peq({"set", "2", "Gain=-6", "Channels=Right"}).exitCode, 0);
-    ASSERT_EQ(Peq({"disable", "1"}).exitCode, 0);
-    ASSERT_EQ(Peq({"move", "1", "3"}).exitCode, 0);
-    ASSERT_EQ(Peq({"remove", "1"}).exitCode, 0);
+    ASSERT_EQ(Run({"set", "2", "Gain=-6", "Channels=Right"}).exitCode, 0);
+    ASSERT_EQ(Run({"disable", "1"}).exitCode, 0);
+    ASSERT_EQ(Run({"move", "1", "3"}).exitCode, 0);
+    ASSERT_EQ(Run({"remove", "1"}).exitCode, 0);
     const std::string edited = "  1  [x]  Low-shelf +4.5 dB at 100 Hz (U1)\n"
                                "  2  [ ]  High-pass at 30 Hz (Left,Right)\n";
     EXPECT_EQ(List(), edited);
@@ -100,35 +81,33 @@ TEST_F(PeqCommandTest, EditsSurviveInTheSettingsFileAndRoundTripThroughExport)
 
     // Export, clear, import: the same list and, exported again, the same text.
     std::filesystem::path exported = scratch / "list.txt";
-    ASSERT_EQ(Peq({"export", exported.string()}).exitCode, 0);
+    ASSERT_EQ(Run({"export", exported.string()}).exitCode, 0);
     const std::string text = clitest::ReadBytes(exported);
     EXPECT_EQ(text.rfind("(1:1)(1:2)(", 0), 0u) << text;
-    ASSERT_EQ(Peq({"clear"}).exitCode, 0);
+    ASSERT_EQ(Run({"clear"}).exitCode, 0);
     EXPECT_EQ(List(), "(no filters)\n");
-    ASSERT_EQ(Peq({"import", exported.string()}).exitCode, 0);
+    ASSERT_EQ(Run({"import", exported.string()}).exitCode, 0);
     EXPECT_EQ(List(), edited);
-    ASSERT_EQ(Peq({"enable", "2"}).exitCode, 0);
-    ASSERT_EQ(Peq({"disable", "2"}).exitCode, 0);
-    ASSERT_EQ(Peq({"export", (scratch / "again.txt").string()}).exitCode, 0);
+    ASSERT_EQ(Run({"enable", "2"}).exitCode, 0);
+    ASSERT_EQ(Run({"disable", "2"}).exitCode, 0);
+    ASSERT_EQ(Run({"export", (scratch / "again.txt").string()}).exitCode, 0);
     EXPECT_EQ(clitest::ReadBytes(scratch / "again.txt"), text);
 
     // The second instance keeps a list of its own.
-    result = Peq({"list", "--instance", "2"});
+    result = Run({"list", "--instance", "2"});
     EXPECT_EQ(result.out, "(no filters)\n");
 }
 
 TEST_F(PeqCommandTest, RefusedEditsSayWhatIsAcceptedAndWriteNothing)
 {
-    ASSERT_EQ(Peq({"add", "peak", "Frequency=1000"}).exitCode, 0);
-    const std::string before = clitest::ReadBytes(settings);
+    ASSERT_EQ(Run({"add", "peak", "Frequency=1000"}).exitCode, 0);
     std::ofstream(scratch / "junk.txt") << "not a list";
-
-    struct Case
+    const struct
     {
         std::vector<std::string> arguments;
         std::string mentions;
-    };
-    const Case cases[] = {
+        int exitCode = 2;
+    } cases[] = {
         {{"set", "1", "Bogus=1"}, "keys: Enabled, Gain, Frequency, Slope, Q, Channels"},
         {{"set", "1", "Gain=-3", "Frequency"},
          "keys: Enabled, Gain, Frequency, Slope, Q, Channels"},
@@ -140,26 +119,20 @@ TEST_F(PeqCommandTest, RefusedEditsSayWhatIsAcceptedAndWriteNothing)
         {{"set", "2", "Gain=1"}, "no filter 2; the list has 1"},
         {{"move", "0", "1"}, "no filter 0"},
         {{"list", "--instance", "3"}, "--instance"},
-        {{"import", (scratch / "junk.txt").string()}, "holds no filter list"},
-        {{"import", (scratch / "absent.txt").string()}, "absent.txt"},
+        {{"import", (scratch / "junk.txt").string()}, "holds no filter list", 1},
+        {{"import", (scratch / "absent.txt").string()}, "absent.txt", 1},
     };
-    for (const Case& c : cases)
-    {
-        RunResult result = Peq(c.arguments);
-        EXPECT_NE(result.exitCode, 0) << c.arguments[0];
-        EXPECT_NE(result.err.find(c.mentions), std::string::npos)
-            << c.arguments[0] << ": " << result.err;
-        EXPECT_EQ(clitest::ReadBytes(settings), before) << c.arguments[0];
-    }
+    for (const auto& c : cases)
+        Refused(c.arguments, c.mentions, c.exitCode);
     EXPECT_EQ(List(), "  1  [x]  +0.0 dB at 1000 Hz (Left,Right)\n");
 }
 
 TEST_F(PeqCommandTest, ImportApoAppendsWhatItCanMapAndNamesTheRest)
 {
-    ASSERT_EQ(Peq({"add", "highpass", "Frequency=25"}).exitCode, 0);
+    ASSERT_EQ(Run({"add", "highpass", "Frequency=25"}).exitCode, 0);
     std::ofstream(scratch / "nothing.txt") << "Device: Speakers\nFilter 1: ON BP Fc 100 Hz\n";
     const std::string before = clitest::ReadBytes(settings);
-    RunResult result = Peq({"import-apo", (scratch / "nothing.txt").string()});
+    RunResult result = Run({"import-apo", (scratch / "nothing.txt").string()});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_NE(result.err.find("nothing.txt:2: not imported: Filter 1: ON BP Fc 100 Hz"),
               std::string::npos)
@@ -169,7 +142,7 @@ TEST_F(PeqCommandTest, ImportApoAppendsWhatItCanMapAndNamesTheRest)
 
     std::ofstream(scratch / "eq.txt")
         << "Preamp: -4 dB\nFilter 1: OFF PK Fc 100 Hz Gain -3 dB Q 2\nFilter 2: ON XX\n";
-    result = Peq({"import-apo", (scratch / "eq.txt").string()});
+    result = Run({"import-apo", (scratch / "eq.txt").string()});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("eq.txt:3: not imported: Filter 2: ON XX"), std::string::npos)
         << result.err;
@@ -180,14 +153,14 @@ TEST_F(PeqCommandTest, ImportApoAppendsWhatItCanMapAndNamesTheRest)
 
 TEST_F(PeqCommandTest, ResponseMeasuresThePluginPerChannelAndDrawsIt)
 {
-    RunResult result = Peq({"response"});
+    RunResult result = Run({"response"});
     EXPECT_EQ(result.out, "The list changes no channel of a 2-channel stream.\n");
     // Four points fall on 20, 200, 2000 and 20000 Hz.
-    ASSERT_EQ(Peq({"add", "peak", "Frequency=2000", "Gain=-6", "Q=1.4", "Channels=R"}).exitCode, 0);
-    ASSERT_EQ(Peq({"add", "highshelf", "Frequency=200", "Gain=9", "Q=0.7", "Channels=C"}).exitCode,
+    ASSERT_EQ(Run({"add", "peak", "Frequency=2000", "Gain=-6", "Q=1.4", "Channels=R"}).exitCode, 0);
+    ASSERT_EQ(Run({"add", "highshelf", "Frequency=200", "Gain=9", "Q=0.7", "Channels=C"}).exitCode,
               0);
     std::filesystem::path svg = scratch / "response.svg";
-    result = Peq({"response", "--points", "4", "--rate", "44100", "--svg", svg.string()});
+    result = Run({"response", "--points", "4", "--rate", "44100", "--svg", svg.string()});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     std::istringstream lines(result.out);
     std::string header;
@@ -203,7 +176,7 @@ TEST_F(PeqCommandTest, ResponseMeasuresThePluginPerChannelAndDrawsIt)
     }
 
     // Six channels: the shelf shows on C, +9 dB at 20 kHz, well above its corner.
-    result = Peq({"response", "--points", "4", "--channels", "6", "--svg", svg.string()});
+    result = Run({"response", "--points", "4", "--channels", "6", "--svg", svg.string()});
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(result.out.substr(0, result.out.find('\n')), "       Hz  Right dB Center dB");
     EXPECT_NEAR(std::atof(result.out.substr(result.out.rfind(' ')).c_str()), 9.0, 0.1)
@@ -243,16 +216,11 @@ TEST_F(PeqCommandTest, ParallelAddsKeepEveryFilter)
 
 TEST_F(PeqCommandTest, HostileValuesAreRefusedWithTheirRangeAndTheFileStaysAsItWas)
 {
-    ASSERT_EQ(Peq({"add", "peak", "Frequency=1000"}).exitCode, 0);
+    ASSERT_EQ(Run({"add", "peak", "Frequency=1000"}).exitCode, 0);
     const std::string before = clitest::ReadBytes(settings);
     std::ofstream(scratch / "loud.txt") << "Preamp: 400 dB\n";
     std::ofstream(scratch / "huge.txt") << "Filter 1: ON PK Fc 100 Hz Gain 1000000 dB Q 1\n";
-    struct Case
-    {
-        std::vector<std::string> arguments;
-        std::string mentions;
-    };
-    const Case cases[] = {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"add", "highpass", "Frequency=nan"}, "value of Frequency must be a number"},
         {{"add", "linkwitz-riley", "Frequency=inf"}, "value of Frequency must be a number"},
         {{"add", "peak", "Frequency=1e400"}, "value of Frequency must be a number"},
@@ -271,24 +239,18 @@ TEST_F(PeqCommandTest, HostileValuesAreRefusedWithTheirRangeAndTheFileStaysAsItW
         {{"import-apo", (scratch / "loud.txt").string()}, "loud.txt:1: Gain 400 is outside"},
         {{"import-apo", (scratch / "huge.txt").string()}, "huge.txt:1: Gain 1000000 is outside"},
     };
-    for (const Case& c : cases)
-    {
-        RunResult result = Peq(c.arguments);
-        EXPECT_EQ(result.exitCode, 2) << c.arguments[1] << ": " << result.err;
-        EXPECT_NE(result.err.find(c.mentions), std::string::npos)
-            << c.arguments[1] << ": " << result.err;
-        EXPECT_EQ(clitest::ReadBytes(settings), before) << c.arguments[1];
-    }
+    for (const auto& [arguments, mentions] : cases)
+        Refused(arguments, mentions);
     // A list text holding such a value is refused whole: the exported list
     // with its frequency turned negative (the same length keeps the text's
     // length fields right).
-    ASSERT_EQ(Peq({"export", (scratch / "list.txt").string()}).exitCode, 0);
+    ASSERT_EQ(Run({"export", (scratch / "list.txt").string()}).exitCode, 0);
     std::string text = clitest::ReadBytes(scratch / "list.txt");
     const size_t frequency = text.find(">1000<");
     ASSERT_NE(frequency, std::string::npos) << text;
     text.replace(frequency + 1, 4, "-500");
     std::ofstream(scratch / "list.txt", std::ios::trunc) << text;
-    RunResult result = Peq({"import", (scratch / "list.txt").string()});
+    RunResult result = Run({"import", (scratch / "list.txt").string()});
     EXPECT_EQ(result.exitCode, 2) << result.err;
     EXPECT_EQ(clitest::ReadBytes(settings), before);
 }
@@ -296,8 +258,7 @@ TEST_F(PeqCommandTest, HostileValuesAreRefusedWithTheirRangeAndTheFileStaysAsItW
 TEST_F(PeqCommandTest, PositionsOutsideTheListAreRefusedWithoutOverflow)
 {
     for (const char* frequency : {"Frequency=100", "Frequency=200", "Frequency=300"})
-        ASSERT_EQ(Peq({"add", "peak", frequency}).exitCode, 0);
-    const std::string before = clitest::ReadBytes(settings);
+        ASSERT_EQ(Run({"add", "peak", frequency}).exitCode, 0);
     const std::vector<std::string> refused[] = {
         {"set", "--", "-2147483648", "Gain=1"},
         {"remove", "--", "-2147483648"},
@@ -309,14 +270,10 @@ TEST_F(PeqCommandTest, PositionsOutsideTheListAreRefusedWithoutOverflow)
         {"add", "peak", "--at", "5"},
     };
     for (const std::vector<std::string>& arguments : refused)
-    {
-        RunResult result = Peq(arguments);
-        EXPECT_EQ(result.exitCode, 2) << arguments[0] << " " << arguments[2] << ": " << result.err;
-        EXPECT_EQ(clitest::ReadBytes(settings), before) << arguments[0];
-    }
-    ASSERT_EQ(Peq({"move", "3", "1"}).exitCode, 0);
-    ASSERT_EQ(Peq({"add", "peak", "Frequency=400", "--at", "5"}).exitCode, 2);
-    ASSERT_EQ(Peq({"add", "peak", "Frequency=1000.9", "Gain=2", "--at", "4"}).exitCode, 0);
+        Refused(arguments, "");
+    ASSERT_EQ(Run({"move", "3", "1"}).exitCode, 0);
+    ASSERT_EQ(Run({"add", "peak", "Frequency=400", "--at", "5"}).exitCode, 2);
+    ASSERT_EQ(Run({"add", "peak", "Frequency=1000.9", "Gain=2", "--at", "4"}).exitCode, 0);
     EXPECT_EQ(List(), "  1  [x]  +0.0 dB at 300 Hz (Left,Right)\n"
                       "  2  [x]  +0.0 dB at 100 Hz (Left,Right)\n"
                       "  3  [x]  +0.0 dB at 200 Hz (Left,Right)\n"
@@ -327,16 +284,16 @@ TEST_F(PeqCommandTest, UnreadableImportsNameTheFileAndTheReason)
 {
     const std::filesystem::path folder = scratch / "folder";
     std::filesystem::create_directory(folder);
-    RunResult result = Peq({"import", folder.string()});
+    RunResult result = Run({"import", folder.string()});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.err, "qvdsp: cannot read " + folder.string() + ": Is a directory\n");
-    result = Peq({"import-apo", "/nonexistent/eq.txt"});
+    result = Run({"import-apo", "/nonexistent/eq.txt"});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.err, "qvdsp: cannot read /nonexistent/eq.txt: No such file or directory\n");
 
     // Bytes of the user's file reach the terminal with control characters escaped.
     std::ofstream(scratch / "odd.txt") << "Preamp: -1 dB\nFilter 1: \x1b[2J\x07 ON\n";
-    result = Peq({"import-apo", (scratch / "odd.txt").string()});
+    result = Run({"import-apo", (scratch / "odd.txt").string()});
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.err.find("not imported: Filter 1: \\x1b[2J\\x07 ON"), std::string::npos)
         << result.err;
@@ -345,8 +302,8 @@ TEST_F(PeqCommandTest, UnreadableImportsNameTheFileAndTheReason)
 
 TEST_F(PeqCommandTest, ResponseRefusesWorkBeyondItsBound)
 {
-    ASSERT_EQ(Peq({"add", "peak", "Frequency=1000", "Gain=3"}).exitCode, 0);
-    RunResult result = Peq({"response", "--channels", "32", "--rate", "768000"});
+    ASSERT_EQ(Run({"add", "peak", "Frequency=1000", "Gain=3"}).exitCode, 0);
+    RunResult result = Run({"response", "--channels", "32", "--rate", "768000"});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_NE(result.err.find("use fewer channels or a lower rate"), std::string::npos)
         << result.err;

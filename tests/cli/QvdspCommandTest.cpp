@@ -6,6 +6,8 @@
 
 #include "qvdsp/AudioFormat.h"
 
+#include <nlohmann/json.hpp>
+
 #include <sndfile.h>
 
 #include <gmock/gmock.h>
@@ -249,7 +251,7 @@ TEST_F(QvdspCommandTest, DescribeListsEachPluginOfTheChain)
     EXPECT_EQ(result.out, "Adaptive Volume\nTube Amplifier\n");
 }
 
-TEST_F(QvdspCommandTest, DemoWritesBothFilesAndShowsTheLevels)
+TEST_F(QvdspCommandTest, DemoWritesItsFilesSetsUpEveryPluginOfItsChainAndShowsTheLevels)
 {
     std::filesystem::path folder = scratch / "demo";
     RunResult result = Run({"demo", "--out", folder.string()});
@@ -268,17 +270,65 @@ TEST_F(QvdspCommandTest, DemoWritesBothFilesAndShowsTheLevels)
     const std::string level = " +-?[0-9]+\\.[0-9]{2} dBFS";
     EXPECT_THAT(result.out, testing::ContainsRegex("Chain: [^\n]*Tube Amplifier"));
     EXPECT_THAT(result.out, testing::ContainsRegex("Chain: [^\n]*Parametric Equalizer"));
-    // The equalizer's list is kept in the demo folder.
-    const std::string demoSettings = clitest::ReadBytes(folder / "demo-settings.json");
-    EXPECT_NE(demoSettings.find("Parametric Equalizer"), std::string::npos);
-    EXPECT_NE(demoSettings.find("<Item Name=\\\"Frequency\\\">120</Item>"), std::string::npos)
-        << demoSettings;
+    EXPECT_THAT(result.out, testing::ContainsRegex("Chain: [^\n]*Room Correction"));
+    EXPECT_THAT(result.out, testing::HasSubstr("Chain: Equalizer -> Effects -> "));
+    EXPECT_THAT(result.out, testing::HasSubstr("-> Convolution ->"));
+    EXPECT_EQ(result.err.find("not valid"), std::string::npos) << result.err;
     EXPECT_THAT(result.out,
                 testing::ContainsRegex("\n  Left" + level + level + level + level + "\n"));
     EXPECT_THAT(result.out,
                 testing::ContainsRegex("\n  Right" + level + level + level + level + "\n"));
     EXPECT_NE(result.out.find("480000 frames in, 480000 frames out"), std::string::npos)
         << result.out;
+
+    // The plug-ins' settings are kept in the demo folder, not in the user's.
+    EXPECT_FALSE(std::filesystem::exists(scratch / "settings.json"));
+    const std::string demoSettings = (folder / "demo-settings.json").string();
+    const std::string stored = clitest::ReadBytes(demoSettings);
+    EXPECT_NE(stored.find("Parametric Equalizer"), std::string::npos);
+    EXPECT_NE(stored.find("<Item Name=\\\"Frequency\\\">120</Item>"), std::string::npos) << stored;
+    EXPECT_NE(stored.find(folder / "demo-room.wav"), std::string::npos);
+    // Effects: "Living Room" (5) at 3.
+    RunResult shown = Run({"effects", "show", "--settings", demoSettings});
+    EXPECT_EQ(shown.out,
+              "Environment        Living Room\nAmount             3\n"
+              "Virtual Subwoofer  8\" Subwoofer\nSurround Field     Medium enhancement\n")
+        << shown.err;
+    // Room correction: two speakers at different distances, set through the panel.
+    shown = Run({"room", "show", "--json", "--settings", demoSettings});
+    ASSERT_EQ(shown.exitCode, 0) << shown.err;
+    const nlohmann::json speakers = nlohmann::json::parse(shown.out)["speakers"];
+    EXPECT_EQ(speakers[0]["distanceFeet"], 12.0);
+    EXPECT_EQ(speakers[0]["levelDb"], -1.5);
+    EXPECT_EQ(speakers[1]["distanceFeet"], 9.0);
+    EXPECT_EQ(speakers[1]["crossoverHz"], 40);
+
+    // Convolution's room: the direct sound first, then a tail that dies away;
+    // the output fits a sound card, no sample beyond full scale, as the level
+    // table says.
+    int rate = 0;
+    int channels = 0;
+    const std::vector<double> room =
+        clitest::ReadDoubles(folder / "demo-room.wav", nullptr, &rate, &channels);
+    ASSERT_EQ(channels, 2);
+    const auto energy = [&](double fromSeconds, double toSeconds)
+    {
+        double sum = 0.0;
+        for (auto i = static_cast<size_t>(fromSeconds * rate) * 2;
+             i < static_cast<size_t>(toSeconds * rate) * 2 && i < room.size(); ++i)
+            sum += room[i] * room[i];
+        return sum;
+    };
+    EXPECT_EQ(room[0], 1.0);
+    EXPECT_EQ(room[1], 1.0);
+    EXPECT_GT(energy(0.02, 0.07), 1000 * energy(0.2, 0.25));
+    EXPECT_NE(result.out.find("no sample exceeds full scale"), std::string::npos) << result.out;
+    double peak = 0.0;
+    for (double sample : clitest::ReadDoubles(folder / "demo-out.wav"))
+        peak = std::max(peak, std::fabs(sample));
+    EXPECT_GT(peak, 0.1);
+    EXPECT_LE(peak, 1.0);
+
     // The Analyzer's picture of the output, named at the end.
     const std::string spectrum = clitest::ReadBytes(folder / "demo-spectrum.svg");
     EXPECT_NE(spectrum.find("<polyline data-trace=\"2\""), std::string::npos);

@@ -1,7 +1,6 @@
 // qvdsp room, run as a user runs it, against a settings file of its own.
 #include "TestFiles.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sndfile.h>
@@ -15,51 +14,16 @@ using clitest::ScratchFolder;
 namespace
 {
 
-class RoomCommandTest : public testing::Test
+class RoomCommandTest : public clitest::CommandFixture
 {
 protected:
-    void SetUp() override
-    {
-        // Anything that ignores --settings would land here, and the test would see it.
-        setenv("QVDSP_SETTINGS", (scratch / "wrong.json").c_str(), 1);
-    }
-
-    RunResult Room(std::vector<std::string> arguments)
-    {
-        arguments.insert(arguments.begin(), "room");
-        arguments.insert(arguments.end(), {"--settings", settings.string()});
-        return clitest::RunQvdsp(arguments, scratch);
-    }
-
-    std::string Ok(const std::vector<std::string>& arguments)
-    {
-        RunResult result = Room(arguments);
-        EXPECT_EQ(result.exitCode, 0) << arguments[0] << ": " << result.err;
-        EXPECT_EQ(result.err, "") << arguments[0];
-        return result.out;
-    }
-
-    // A refusal: bad usage, a message that says why, and nothing written.
-    void Refused(const std::vector<std::string>& arguments, const std::string& reason)
-    {
-        const std::string before = std::filesystem::exists(settings) ? clitest::ReadBytes(settings)
-                                                                     : std::string("<none>");
-        RunResult result = Room(arguments);
-        EXPECT_EQ(result.exitCode, 2) << arguments[0] << " " << arguments[1];
-        EXPECT_NE(result.err.find(reason), std::string::npos) << result.err;
-        const std::string after = std::filesystem::exists(settings) ? clitest::ReadBytes(settings)
-                                                                    : std::string("<none>");
-        EXPECT_EQ(after, before);
-    }
+    RoomCommandTest() : CommandFixture("room") {}
 
     nlohmann::json Show(std::vector<std::string> arguments = {})
     {
         arguments.insert(arguments.begin(), {"show", "--json"});
         return nlohmann::json::parse(Ok(arguments));
     }
-
-    ScratchFolder scratch;
-    std::filesystem::path settings = scratch / "settings.json";
 };
 
 }  // namespace
@@ -195,24 +159,5 @@ TEST_F(RoomCommandTest, ToneRendersTheSpeakersNoiseAtTheTestLevel)
     Refused({"tone", "L", (scratch / "long.wav").string(), "--seconds", "0"}, "--seconds 0");
     EXPECT_FALSE(std::filesystem::exists(scratch / "odd.wav"));
     // Nothing of the tone is kept in the settings.
-    EXPECT_FALSE(std::filesystem::exists(settings));
-}
-
-TEST_F(RoomCommandTest, DemoChainCorrectsTwoSpeakersAtDifferentDistances)
-{
-    const std::filesystem::path folder = scratch / "demo";
-    RunResult result = clitest::RunQvdsp({"demo", "--out", folder.string()}, scratch);
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_THAT(result.out, testing::ContainsRegex("Chain: [^\n]*Room Correction"));
-    // Set through the panel and kept in the demo's own settings.
-    RunResult shown = clitest::RunQvdsp(
-        {"room", "show", "--json", "--settings", (folder / "demo-settings.json").string()},
-        scratch);
-    ASSERT_EQ(shown.exitCode, 0) << shown.err;
-    const nlohmann::json speakers = nlohmann::json::parse(shown.out)["speakers"];
-    EXPECT_EQ(speakers[0]["distanceFeet"], 12.0);
-    EXPECT_EQ(speakers[0]["levelDb"], -1.5);
-    EXPECT_EQ(speakers[1]["distanceFeet"], 9.0);
-    EXPECT_EQ(speakers[1]["crossoverHz"], 40);
     EXPECT_FALSE(std::filesystem::exists(settings));
 }

@@ -38,17 +38,13 @@ SoundFileLayout Stereo(int format, int rate = 44100)
 
 TEST(SoundFileTest, ContainerComesFromTheExtensionInAnyCase)
 {
-    EXPECT_EQ(ContainerForPath("a/b.wav"), SF_FORMAT_WAV);
-    EXPECT_EQ(ContainerForPath("B.WAV"), SF_FORMAT_WAV);
-    EXPECT_EQ(ContainerForPath("x.flac"), SF_FORMAT_FLAC);
-    EXPECT_EQ(ContainerForPath("x.aif"), SF_FORMAT_AIFF);
-    EXPECT_EQ(ContainerForPath("x.aiff"), SF_FORMAT_AIFF);
-    EXPECT_EQ(ContainerForPath("x.caf"), SF_FORMAT_CAF);
-    EXPECT_EQ(ContainerForPath("x.w64"), SF_FORMAT_W64);
-    EXPECT_EQ(ContainerForPath("x.rf64"), SF_FORMAT_RF64);
-    for (const char* ogg : {"x.ogg", "x.OGA", "x.opus"})
-        EXPECT_EQ(ContainerForPath(ogg), SF_FORMAT_OGG) << ogg;
-    EXPECT_EQ(ContainerForPath("x.mp3"), SF_FORMAT_MPEG);
+    const std::pair<const char*, int> containers[] = {
+        {"a/b.wav", SF_FORMAT_WAV}, {"B.WAV", SF_FORMAT_WAV},   {"x.flac", SF_FORMAT_FLAC},
+        {"x.aif", SF_FORMAT_AIFF},  {"x.aiff", SF_FORMAT_AIFF}, {"x.caf", SF_FORMAT_CAF},
+        {"x.w64", SF_FORMAT_W64},   {"x.rf64", SF_FORMAT_RF64}, {"x.ogg", SF_FORMAT_OGG},
+        {"x.OGA", SF_FORMAT_OGG},   {"x.opus", SF_FORMAT_OGG},  {"x.mp3", SF_FORMAT_MPEG}};
+    for (const auto& [path, container] : containers)
+        EXPECT_EQ(ContainerForPath(path), container) << path;
     // Every extension the library lists names a container that has it.
     int count = 0;
     sf_command(nullptr, SFC_GET_FORMAT_MAJOR_COUNT, &count, sizeof(count));
@@ -71,19 +67,16 @@ TEST(SoundFileTest, ContainerComesFromTheExtensionInAnyCase)
 
 TEST(SoundFileTest, OutputEncodingFollowsFormatOrInput)
 {
-    SoundFileLayout pcm16 = Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-    EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Same, pcm16),
-              SF_FORMAT_WAV | SF_FORMAT_PCM_16);
-    EXPECT_EQ(ChooseOutputFormat("o.flac", SampleFormat::Same, pcm16),
-              SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
-    EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Pcm24, pcm16),
-              SF_FORMAT_WAV | SF_FORMAT_PCM_24);
-    EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Pcm32, pcm16),
-              SF_FORMAT_WAV | SF_FORMAT_PCM_32);
-    EXPECT_EQ(ChooseOutputFormat("o.aiff", SampleFormat::Float, pcm16),
-              SF_FORMAT_AIFF | SF_FORMAT_FLOAT);
-    EXPECT_EQ(ChooseOutputFormat("o.wav", SampleFormat::Double, pcm16),
-              SF_FORMAT_WAV | SF_FORMAT_DOUBLE);
+    const SoundFileLayout pcm16 = Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    const std::tuple<const char*, SampleFormat, int> choices[] = {
+        {"o.wav", SampleFormat::Same, SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+        {"o.flac", SampleFormat::Same, SF_FORMAT_FLAC | SF_FORMAT_PCM_16},
+        {"o.wav", SampleFormat::Pcm24, SF_FORMAT_WAV | SF_FORMAT_PCM_24},
+        {"o.wav", SampleFormat::Pcm32, SF_FORMAT_WAV | SF_FORMAT_PCM_32},
+        {"o.aiff", SampleFormat::Float, SF_FORMAT_AIFF | SF_FORMAT_FLOAT},
+        {"o.wav", SampleFormat::Double, SF_FORMAT_WAV | SF_FORMAT_DOUBLE}};
+    for (const auto& [path, sampleFormat, format] : choices)
+        EXPECT_EQ(ChooseOutputFormat(path, sampleFormat, pcm16), format) << path;
 
     // A float input into a container without float: the nearest lossless-enough
     // encoding, with a note saying so.
@@ -196,29 +189,21 @@ TEST(SoundFileTest, WriterRefusesFoldersItCannotWriteTo)
 {
     ScratchFolder folder;
     std::ofstream(folder / "plain") << "a file, not a folder";
-    std::string message;
-    for (const char* name : {"missing/out.wav", "plain/out.wav"})
-    {
-        EXPECT_EQ(ErrorCodeOf(
-                      [&] {
-                          AtomicSoundFileWriter writer(folder / name,
-                                                       Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16), 0);
-                      },
-                      &message),
-                  CLI_EXIT_FAILED)
-            << name;
-        EXPECT_NE(message.find(name), std::string::npos) << message;
-    }
     std::filesystem::create_directory(folder / "sub.wav");
-    EXPECT_EQ(ErrorCodeOf(
-                  [&] {
-                      AtomicSoundFileWriter writer(folder / "sub.wav",
-                                                   Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16), 0);
-                  },
-                  &message),
-              CLI_EXIT_FAILED);
+    const std::pair<const char*, const char*> refusals[] = {{"missing/out.wav", "missing/out.wav"},
+                                                            {"plain/out.wav", "plain/out.wav"},
+                                                            {"sub.wav", "folder"}};
+    for (const auto& [name, mentions] : refusals)
+    {
+        std::string message;
+        const auto write = [&, name = name] {
+            AtomicSoundFileWriter writer(folder / name, Stereo(SF_FORMAT_WAV | SF_FORMAT_PCM_16),
+                                         0);
+        };
+        EXPECT_EQ(ErrorCodeOf(write, &message), CLI_EXIT_FAILED) << name;
+        EXPECT_NE(message.find(mentions), std::string::npos) << message;
+    }
     EXPECT_EQ(folder.Entries(), (std::vector<std::string>{"plain", "sub.wav"}));
-    EXPECT_NE(message.find("folder"), std::string::npos) << message;
 }
 
 TEST(SoundFileTest, IntegerSamplesSurviveARoundTripAndClipInsteadOfWrapping)

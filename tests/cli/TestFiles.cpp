@@ -17,30 +17,6 @@
 namespace clitest
 {
 
-ScratchFolder::ScratchFolder()
-{
-    std::string pattern =
-        (std::filesystem::temp_directory_path() / "qvdsp-cli-test-XXXXXX").string();
-    if (!mkdtemp(pattern.data()))
-        ADD_FAILURE() << "cannot create a scratch folder";
-    path = pattern;
-}
-
-ScratchFolder::~ScratchFolder()
-{
-    std::error_code error;
-    std::filesystem::remove_all(path, error);
-}
-
-std::vector<std::string> ScratchFolder::Entries() const
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(path))
-        names.push_back(entry.path().filename());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 void WriteWithLibsndfile(const std::filesystem::path& path, int format, int sampleRate,
                          int channels, const std::vector<double>& samples, bool clipping)
 {
@@ -56,19 +32,33 @@ void WriteWithLibsndfile(const std::filesystem::path& path, int format, int samp
     sf_close(file);
 }
 
-std::vector<double> ReadDoubles(const std::filesystem::path& path, int* format, int* sampleRate,
-                                int* channels)
+namespace
 {
-    SF_INFO info{};
+
+// Every frame of a file through libsndfile's reader of that sample type.
+template <typename Sample>
+std::vector<Sample> ReadAll(const std::filesystem::path& path, SF_INFO& info,
+                            sf_count_t (*read)(SNDFILE*, Sample*, sf_count_t))
+{
     SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
     if (!file)
     {
         ADD_FAILURE() << "cannot read " << path << ": " << sf_strerror(nullptr);
         return {};
     }
-    std::vector<double> samples(static_cast<size_t>(info.frames) * info.channels);
-    EXPECT_EQ(sf_readf_double(file, samples.data(), info.frames), info.frames);
+    std::vector<Sample> samples(static_cast<size_t>(info.frames) * info.channels);
+    EXPECT_EQ(read(file, samples.data(), info.frames), info.frames);
     sf_close(file);
+    return samples;
+}
+
+}  // namespace
+
+std::vector<double> ReadDoubles(const std::filesystem::path& path, int* format, int* sampleRate,
+                                int* channels)
+{
+    SF_INFO info{};
+    std::vector<double> samples = ReadAll<double>(path, info, sf_readf_double);
     if (format)
         *format = info.format;
     if (sampleRate)
@@ -81,24 +71,7 @@ std::vector<double> ReadDoubles(const std::filesystem::path& path, int* format, 
 std::vector<int32_t> ReadInts(const std::filesystem::path& path)
 {
     SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (!file)
-    {
-        ADD_FAILURE() << "cannot read " << path << ": " << sf_strerror(nullptr);
-        return {};
-    }
-    std::vector<int32_t> samples(static_cast<size_t>(info.frames) * info.channels);
-    EXPECT_EQ(sf_readf_int(file, samples.data(), info.frames), info.frames);
-    sf_close(file);
-    return samples;
-}
-
-std::string ReadBytes(const std::filesystem::path& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << stream.rdbuf();
-    return bytes.str();
+    return ReadAll<int32_t>(path, info, sf_readf_int);
 }
 
 std::string PcmWavHeader(int channels, int sampleRate, int bits, uint32_t dataBytes)
@@ -169,6 +142,47 @@ RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolde
     std::filesystem::remove(outPath);
     std::filesystem::remove(errPath);
     return result;
+}
+
+void CommandFixture::SetUp()
+{
+    setenv("QVDSP_SETTINGS", (scratch / "wrong.json").c_str(), 1);
+}
+
+RunResult CommandFixture::Run(std::vector<std::string> arguments) const
+{
+    if (!command.empty())
+        arguments.insert(arguments.begin(), command);
+    arguments.insert(arguments.end(), {"--settings", settings.string()});
+    return RunQvdsp(arguments, scratch);
+}
+
+std::string CommandFixture::Ok(const std::vector<std::string>& arguments) const
+{
+    RunResult result = Run(arguments);
+    EXPECT_EQ(result.exitCode, 0) << arguments[0] << ": " << result.err;
+    if (quiet)
+    {
+        EXPECT_EQ(result.err, "") << arguments[0];
+    }
+    return result.out;
+}
+
+void CommandFixture::Refused(const std::vector<std::string>& arguments, const std::string& reason,
+                             int exitCode) const
+{
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    const std::string before = SettingsBytes();
+    RunResult result = Run(arguments);
+    EXPECT_EQ(result.exitCode, exitCode) << result.err;
+    EXPECT_NE(result.err.find(reason), std::string::npos) << result.err;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(SettingsBytes(), before);
+}
+
+std::string CommandFixture::SettingsBytes() const
+{
+    return std::filesystem::exists(settings) ? ReadBytes(settings) : std::string("<none>");
 }
 
 }  // namespace clitest

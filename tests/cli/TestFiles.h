@@ -1,4 +1,5 @@
-// Scratch folders and small sound files for the tests of the command-line host.
+// Small sound files, runs of the real binary and a fixture for its commands,
+// for the tests of the command-line host.
 #pragma once
 
 #include <cstdint>
@@ -6,28 +7,17 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include <unistd.h>
+
+#include "support/ScratchFolder.h"
 
 namespace clitest
 {
 
-// A fresh folder under the system's temporary folder, removed with its content.
-class ScratchFolder
-{
-public:
-    ScratchFolder();
-    ~ScratchFolder();
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-    const std::filesystem::path& Path() const { return path; }
-    std::filesystem::path operator/(const std::string& name) const { return path / name; }
-    // Names of everything in the folder, sorted.
-    std::vector<std::string> Entries() const;
-
-private:
-    std::filesystem::path path;
-};
+using qvtest::ReadBytes;
+using qvtest::ScratchFolder;
 
 // Writes interleaved doubles with libsndfile as it stands, clipping as asked.
 void WriteWithLibsndfile(const std::filesystem::path& path, int format, int sampleRate,
@@ -37,7 +27,6 @@ std::vector<double> ReadDoubles(const std::filesystem::path& path, int* format =
                                 int* sampleRate = nullptr, int* channels = nullptr);
 // Reads a whole file as 32-bit integers (libsndfile's left-justified form).
 std::vector<int32_t> ReadInts(const std::filesystem::path& path);
-std::string ReadBytes(const std::filesystem::path& path);
 // A canonical 44-byte header of integer PCM that announces `dataBytes` of data.
 std::string PcmWavHeader(int channels, int sampleRate, int bits, uint32_t dataBytes);
 
@@ -60,5 +49,38 @@ const char* QvdspPath();
 // (and the group of that number) when run by root and `user` is not root.
 RunResult RunQvdsp(const std::vector<std::string>& arguments, const ScratchFolder& scratch,
                    uid_t user = geteuid());
+
+// A command of qvdsp that keeps its state in a settings file of the test's
+// own, named with --settings. QVDSP_SETTINGS points at "wrong.json" beside it:
+// anything that ignores --settings would land there, and the test would see it.
+class CommandFixture : public testing::Test
+{
+protected:
+    // `command` goes before the arguments of every run; `quiet`: a run that
+    // succeeds must also leave stderr empty.
+    explicit CommandFixture(std::string command = "", bool quiet = true)
+        : command(std::move(command)), quiet(quiet)
+    {
+    }
+    void SetUp() override;
+
+    // qvdsp COMMAND ARGUMENTS... --settings FILE
+    RunResult Run(std::vector<std::string> arguments) const;
+    // A run that must succeed; what it printed.
+    std::string Ok(const std::vector<std::string>& arguments) const;
+    // A run that must end with `exitCode`, say `reason` on stderr, print
+    // nothing and leave the settings file as it was (or absent).
+    void Refused(const std::vector<std::string>& arguments, const std::string& reason,
+                 int exitCode = 2) const;
+    // The settings file's bytes, "<none>" while there is none.
+    std::string SettingsBytes() const;
+
+    ScratchFolder scratch;
+    std::filesystem::path settings = scratch / "settings.json";
+
+private:
+    std::string command;
+    bool quiet;
+};
 
 }  // namespace clitest

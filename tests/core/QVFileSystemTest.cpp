@@ -3,6 +3,7 @@
 #include "QVStringPrint.h"
 #include "core/QVFileSystem.h"
 #include "core/QVPropertyMap.h"
+#include "support/ScratchFolder.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -15,35 +16,11 @@ namespace
 
 namespace fs = std::filesystem;
 
-class TempFolder
+// A scratch folder that names its files in the file system's own strings.
+struct TempFolder : qvtest::ScratchFolder
 {
-public:
-    TempFolder()
-    {
-        path = fs::temp_directory_path() /
-               ("qvdsp-fs-" + std::to_string(::getpid()) + "-" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(path);
-        fs::create_directories(path);
-    }
-    ~TempFolder() { fs::remove_all(path); }
-    QVString Name(const std::string& relative) const
-    {
-        return QVString::FromUTF8((path / relative).string());
-    }
-    fs::path path;
+    QVString Name(const std::string& relative) const { return QVString::FromUTF8(File(relative)); }
 };
-
-void WriteText(const fs::path& path, const std::string& text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string ReadText(const fs::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 }  // namespace
 
@@ -94,82 +71,82 @@ TEST(QVFileSystem, DirectoryTrees)
     TempFolder folder;
     const QVString deep = folder.Name("a/b/c/");
     EXPECT_TRUE(QVFileSystem::MakeDirectoryTree(deep));
-    EXPECT_TRUE(fs::is_directory(folder.path / "a/b/c"));
+    EXPECT_TRUE(fs::is_directory(folder / "a/b/c"));
     EXPECT_TRUE(QVFileSystem::FileExists(deep, false));
     EXPECT_FALSE(QVFileSystem::FileExists(deep, true));
     // Existing: true, and nothing new.
-    const auto before = fs::last_write_time(folder.path / "a/b");
+    const auto before = fs::last_write_time(folder / "a/b");
     EXPECT_TRUE(QVFileSystem::MakeDirectoryTree(folder.Name("a/b")));
-    EXPECT_EQ(fs::last_write_time(folder.path / "a/b"), before);
+    EXPECT_EQ(fs::last_write_time(folder / "a/b"), before);
 
     // Relative names, URLs and drive letters are not this operation's
     // business: true, and nothing is made.
     const fs::path here = fs::current_path();
-    fs::current_path(folder.path);
+    fs::current_path(folder.Path());
     EXPECT_TRUE(QVFileSystem::MakeDirectoryTree(u"relative/name"));
     EXPECT_TRUE(QVFileSystem::MakeDirectoryTree(u"http://host/x"));
     EXPECT_TRUE(QVFileSystem::MakeDirectoryTree(u"C:\\Music"));
-    EXPECT_FALSE(fs::exists(folder.path / "relative"));
+    EXPECT_FALSE(fs::exists(folder / "relative"));
     fs::current_path(here);
     EXPECT_FALSE(QVFileSystem::MakeDirectoryTree(u""));
 
     // A file in the way fails, and what was made stays.
-    WriteText(folder.path / "a/file", "x");
+    qvtest::WriteBytes(folder / "a/file", "x");
     EXPECT_FALSE(QVFileSystem::MakeDirectoryTree(folder.Name("a/file/d/e")));
-    EXPECT_TRUE(fs::is_directory(folder.path / "a/b/c"));
+    EXPECT_TRUE(fs::is_directory(folder / "a/b/c"));
 }
 
 TEST(QVFileSystem, ReplaceDeleteAndUniqueNames)
 {
     TempFolder folder;
-    const fs::path target = folder.path / "settings.txt";
-    const fs::path fresh = folder.path / "settings.new";
-    WriteText(target, "old");
-    WriteText(fresh, "new");
+    const fs::path target = folder / "settings.txt";
+    const fs::path fresh = folder / "settings.new";
+    qvtest::WriteBytes(target, "old");
+    qvtest::WriteBytes(fresh, "new");
     EXPECT_TRUE(
         QVFileSystem::SafeReplaceFile(folder.Name("settings.txt"), folder.Name("settings.new")));
-    EXPECT_EQ(ReadText(target), "new");
+    EXPECT_EQ(qvtest::ReadBytes(target), "new");
     EXPECT_FALSE(fs::exists(fresh));
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path), fs::directory_iterator()), 1);
+    EXPECT_EQ(folder.Entries().size(), 1u);
 
     // No target yet: the new file takes the name.
-    WriteText(fresh, "first");
+    qvtest::WriteBytes(fresh, "first");
     EXPECT_TRUE(
         QVFileSystem::SafeReplaceFile(folder.Name("other.txt"), folder.Name("settings.new")));
-    EXPECT_EQ(ReadText(folder.path / "other.txt"), "first");
+    EXPECT_EQ(qvtest::ReadBytes(folder / "other.txt"), "first");
     // A missing new file fails and leaves the target.
     EXPECT_FALSE(QVFileSystem::SafeReplaceFile(folder.Name("other.txt"), folder.Name("missing")));
-    EXPECT_EQ(ReadText(folder.path / "other.txt"), "first");
+    EXPECT_EQ(qvtest::ReadBytes(folder / "other.txt"), "first");
 
     // The new file cannot take the name (another file system here, where a
     // rename cannot go): the target is as it was and the new file is gone.
     struct stat tmpInfo, shmInfo;
-    if (stat("/dev/shm", &shmInfo) == 0 && stat(folder.path.c_str(), &tmpInfo) == 0 &&
+    if (stat("/dev/shm", &shmInfo) == 0 && stat(folder.Path().c_str(), &tmpInfo) == 0 &&
         shmInfo.st_dev != tmpInfo.st_dev)
     {
         const fs::path elsewhere = fs::path("/dev/shm") / ("qvdsp-" + std::to_string(::getpid()));
-        WriteText(elsewhere, "unplaceable");
+        qvtest::WriteBytes(elsewhere, "unplaceable");
         EXPECT_FALSE(QVFileSystem::SafeReplaceFile(folder.Name("settings.txt"),
                                                    QVString::FromUTF8(elsewhere.string())));
-        EXPECT_EQ(ReadText(target), "new");
+        EXPECT_EQ(qvtest::ReadBytes(target), "new");
         EXPECT_FALSE(fs::exists(elsewhere));
-        EXPECT_EQ(std::distance(fs::directory_iterator(folder.path), fs::directory_iterator()), 2);
+        EXPECT_EQ(folder.Entries().size(), 2u);
     }
 
     // Unique names count up ahead of the extension.
     EXPECT_EQ(QVFileSystem::MakeUniqueName(folder.Name("free.txt")), folder.Name("free.txt"));
     EXPECT_EQ(QVFileSystem::MakeUniqueName(folder.Name("settings.txt")),
               folder.Name("settings - 1.txt"));
-    WriteText(folder.path / "settings - 1.txt", "");
+    qvtest::WriteBytes(folder / "settings - 1.txt", "");
     EXPECT_EQ(QVFileSystem::MakeUniqueName(folder.Name("settings.txt")),
               folder.Name("settings - 2.txt"));
-    fs::create_directories(folder.path / "d.ir");
-    WriteText(folder.path / "d.ir/noext", "");
+    fs::create_directories(folder / "d.ir");
+    qvtest::WriteBytes(folder / "d.ir/noext", "");
     EXPECT_EQ(QVFileSystem::MakeUniqueName(folder.Name("d.ir/noext")),
               folder.Name("d.ir/noext - 1"));
 
     EXPECT_TRUE(QVFileSystem::DeleteFile(folder.Name("settings - 1.txt")));
-    EXPECT_FALSE(fs::exists(folder.path / "settings - 1.txt"));
+    EXPECT_FALSE(fs::exists(folder / "settings - 1.txt"));
     EXPECT_FALSE(QVFileSystem::DeleteFile(folder.Name("settings - 1.txt")));
     EXPECT_FALSE(QVFileSystem::DeleteFile(u""));
 }
@@ -228,10 +205,10 @@ TEST(QVFileSystem, DatesAndProgramFolders)
     TempFolder folder;
     bool portable = true;
     const QVString plain = folder.Name("install");
-    fs::create_directories(folder.path / "install");
+    fs::create_directories(folder / "install");
     EXPECT_EQ(QVFileSystem::ResolveInstallPath(plain, portable), plain + u"/");
     EXPECT_FALSE(portable);
-    WriteText(folder.path / "install/Portable.dat", "");
+    qvtest::WriteBytes(folder / "install/Portable.dat", "");
     EXPECT_EQ(QVFileSystem::ResolveInstallPath(plain + u"/", portable), plain + u"/");
     EXPECT_TRUE(portable);
     EXPECT_TRUE(QVFileSystem::GetInstallPath().EndsWith(u"/"));
@@ -239,9 +216,9 @@ TEST(QVFileSystem, DatesAndProgramFolders)
     // The temporary folder is made below $TMPDIR.
     const char* saved = std::getenv("TMPDIR");
     const std::string savedText = saved ? saved : "";
-    setenv("TMPDIR", folder.path.c_str(), 1);
+    setenv("TMPDIR", folder.Path().c_str(), 1);
     EXPECT_EQ(QVFileSystem::GetTempPath(), folder.Name("Quovan/Temp/"));
-    EXPECT_TRUE(fs::is_directory(folder.path / "Quovan/Temp"));
+    EXPECT_TRUE(fs::is_directory(folder / "Quovan/Temp"));
     if (saved)
         setenv("TMPDIR", savedText.c_str(), 1);
     else

@@ -4,46 +4,19 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 
 #include "../../fuzz/FuzzChecks.h"
+#include "support/FuzzReplay.h"
 
 namespace
 {
 
-std::vector<uint8_t> ReadFile(const std::filesystem::path& path)
+// The core targets take their input as text.
+int Replay(const std::string& target, void (*check)(const std::u16string&))
 {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in),
-                                std::istreambuf_iterator<char>());
-}
-
-// Runs check over every file of the target's seed and regression folders;
-// answers how many there were.
-int Replay(const std::string& target, const std::function<void(const std::u16string&)>& check)
-{
-    const char* source = std::getenv("QVDSP_SOURCE_DIR");
-    if (source == nullptr)
-        return -1;
-    int count = 0;
-    for (const std::filesystem::path& folder :
-         {std::filesystem::path(source) / "fuzz/corpus" / target,
-          std::filesystem::path(source) / "tests/core/fuzz-regressions" / target})
-    {
-        if (!std::filesystem::is_directory(folder))
-            continue;
-        for (const auto& entry : std::filesystem::directory_iterator(folder))
-        {
-            const std::vector<uint8_t> bytes = ReadFile(entry.path());
-            SCOPED_TRACE(entry.path().string());
-            check(qvfuzz::FuzzText(bytes.data(), bytes.size()));
-            ++count;
-        }
-    }
-    return count;
+    return qvtest::ReplayKeptInputs(target, "tests/core/fuzz-regressions",
+                                    [check](const std::vector<uint8_t>& bytes)
+                                    { check(qvfuzz::FuzzText(bytes.data(), bytes.size())); });
 }
 
 }  // namespace

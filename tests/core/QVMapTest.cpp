@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -57,15 +58,12 @@ TEST(QVMapTest, TableGrowsToSevenThenThirtyOne)
         ASSERT_EQ(*map.Find(key), key);
     EXPECT_EQ(*map.Find(100), 1);
 
-    EXPECT_EQ(QVMapBase::BucketCountFor(0, false), 7);
-    EXPECT_EQ(QVMapBase::BucketCountFor(7, false), 7);
-    EXPECT_EQ(QVMapBase::BucketCountFor(8, false), 15);
-    EXPECT_EQ(QVMapBase::BucketCountFor(16, false), 31);
-    EXPECT_EQ(QVMapBase::BucketCountFor(6, true), 7);   // 6 * 120 / 100 = 7
-    EXPECT_EQ(QVMapBase::BucketCountFor(7, true), 15);  // 8
-    EXPECT_EQ(QVMapBase::BucketCountFor(110, false), 127);
-    EXPECT_EQ(QVMapBase::BucketCountFor(110, true), 255);  // 132
-    EXPECT_EQ(QVMapBase::BucketCountFor(106, true), 127);  // 127
+    // With the margin, 6 * 120 / 100 = 7, 7 gives 8, 110 gives 132 and 106 gives 127.
+    const std::tuple<int32_t, bool, int32_t> buckets[] = {
+        {0, false, 7}, {7, false, 7},     {8, false, 15},   {16, false, 31}, {6, true, 7},
+        {7, true, 15}, {110, false, 127}, {110, true, 255}, {106, true, 127}};
+    for (const auto& [count, margin, expected] : buckets)
+        EXPECT_EQ(QVMapBase::BucketCountFor(count, margin), expected) << count << " " << margin;
     map.InitHashTable(110);
     EXPECT_EQ(map.GetBucketCount(), 255);
     EXPECT_EQ(map.GetCount(), 17);

@@ -19,24 +19,16 @@ double Parse(const char16_t* text)
 
 TEST(QVNumberTextTest, TextToDoubleFollowsTheRule)
 {
-    EXPECT_EQ(Parse(u"+-1,5e2"), -150.0);
-    EXPECT_EQ(Parse(u"1.2.3"), 1.2);
-    EXPECT_EQ(Parse(u"1,2.3"), 1.2);
-    EXPECT_EQ(Parse(u"12abc"), 12.0);
-    EXPECT_EQ(Parse(u""), 0.0);
-    EXPECT_EQ(Parse(nullptr), 0.0);
-    EXPECT_EQ(Parse(u"  ++ +3.25"), 3.25);
-    EXPECT_EQ(Parse(u"\x00E2"
-                    u"5,5"),
-              -5.5);  // the first byte of a typographic minus
-    EXPECT_EQ(Parse(u"1.5e+2"), 150.0);
-    EXPECT_EQ(Parse(u"1e2.9"), 100.0);  // the exponent is truncated
-    EXPECT_EQ(Parse(u"5E-1"), 0.5);
-    EXPECT_EQ(Parse(u"1.5 e2"), 1.5);  // a blank after the digits ends the number
-    EXPECT_EQ(Parse(u"e5"), 0.0);
-    EXPECT_EQ(Parse(u".5"), 0.5);
-    EXPECT_EQ(Parse(u"7."), 7.0);
-    EXPECT_EQ(Parse(u"--1"), -0.0);  // only one minus sign is read
+    // After U+00E2 (the first byte of a typographic minus), the exponent of
+    // "1e2.9" is truncated, a blank after the digits ends "1.5 e2", and only
+    // one minus sign of "--1" is read.
+    const std::pair<const char16_t*, double> numbers[] = {
+        {u"+-1,5e2", -150.0}, {u"1.2.3", 1.2},   {u"1,2.3", 1.2},       {u"12abc", 12.0},
+        {u"", 0.0},           {nullptr, 0.0},    {u"  ++ +3.25", 3.25}, {u"\u00E25,5", -5.5},
+        {u"1.5e+2", 150.0},   {u"1e2.9", 100.0}, {u"5E-1", 0.5},        {u"1.5 e2", 1.5},
+        {u"e5", 0.0},         {u".5", 0.5},      {u"7.", 7.0},          {u"--1", -0.0}};
+    for (const auto& [text, value] : numbers)
+        EXPECT_EQ(Parse(text), value) << (text ? QVString(text).ToUTF8() : "(null)");
     EXPECT_TRUE(std::signbit(Parse(u"-")));
     EXPECT_EQ(QVString(u"-0,75").ToDouble(), -0.75);
     // The sum is integer + fraction / divisor, then times 10^exponent, not a

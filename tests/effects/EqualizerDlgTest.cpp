@@ -13,11 +13,6 @@ using namespace eqtest;
 
 namespace
 {
-std::string Utf8(const QVString& text)
-{
-    return text.ToUTF8();
-}
-
 std::vector<std::string> Names(const QVStringArray& names)
 {
     std::vector<std::string> result;
@@ -66,15 +61,15 @@ TEST(EqualizerDlg, LabelsAndTexts)
     CEqualizerDSPPlugin plugin(nullptr, 1);
     CEqualizerDlg panel(plugin);
     panel.Open();
-    EXPECT_EQ(Utf8(panel.GetSliderLabel(0)), "Pre\r\nAmp");
-    EXPECT_EQ(Utf8(panel.GetSliderLabel(1)), "31.3\r\nHz");
-    EXPECT_EQ(Utf8(panel.GetSliderLabel(11)), "1\r\nkHz");
-    EXPECT_EQ(Utf8(panel.GetSliderLabel(20)), "20\r\nkHz");
-    EXPECT_EQ(Utf8(panel.GetSliderText(3)), "0.0\r\ndB");
+    EXPECT_EQ(panel.GetSliderLabel(0).ToUTF8(), "Pre\r\nAmp");
+    EXPECT_EQ(panel.GetSliderLabel(1).ToUTF8(), "31.3\r\nHz");
+    EXPECT_EQ(panel.GetSliderLabel(11).ToUTF8(), "1\r\nkHz");
+    EXPECT_EQ(panel.GetSliderLabel(20).ToUTF8(), "20\r\nkHz");
+    EXPECT_EQ(panel.GetSliderText(3).ToUTF8(), "0.0\r\ndB");
     panel.MoveSlider(3, -7.5);
-    EXPECT_EQ(Utf8(panel.GetSliderText(3)), "-7.5\r\ndB");
-    EXPECT_EQ(Utf8(panel.GetPresetText()), "Custom");
-    EXPECT_EQ(Utf8(panel.GetDeleteQuestion(QVString(u"Rock"))),
+    EXPECT_EQ(panel.GetSliderText(3).ToUTF8(), "-7.5\r\ndB");
+    EXPECT_EQ(panel.GetPresetText().ToUTF8(), "Custom");
+    EXPECT_EQ(panel.GetDeleteQuestion(QVString(u"Rock")).ToUTF8(),
               "Are you sure you want to delete 'Rock'?");
 }
 
@@ -86,23 +81,23 @@ TEST(EqualizerDlg, MovingASliderUnderAPresetShowsCustomAndWritesTheSetting)
     CEqualizerDlg panel(plugin);
     panel.Open();
     panel.ChoosePreset(QVString(u"Rock"));
-    EXPECT_EQ(Utf8(panel.GetPresetText()), "Rock");
+    EXPECT_EQ(panel.GetPresetText().ToUTF8(), "Rock");
     EXPECT_EQ(panel.GetSliderValue(1), 4.5);
     EXPECT_EQ(store.Read(CURRENT_KEY, u"Preset"), "Rock");
     EXPECT_EQ(store.Read(CURRENT_KEY, u"Settings"), "OCCKKUUYYUUNNKKCCCCCC");
 
     const int32_t notified = host.changedCalls;
     panel.MoveSlider(0, 12.0);
-    EXPECT_EQ(Utf8(plugin.GetPresets().settings), "0CCKKUUYYUUNNKKCCCCCC");
+    EXPECT_EQ(plugin.GetPresets().settings.ToUTF8(), "0CCKKUUYYUUNNKKCCCCCC");
     EXPECT_TRUE(plugin.GetPresets().preset.IsEmpty());
-    EXPECT_EQ(Utf8(panel.GetPresetText()), "Custom");
+    EXPECT_EQ(panel.GetPresetText().ToUTF8(), "Custom");
     EXPECT_EQ(store.Read(CURRENT_KEY, u"Settings"), "0CCKKUUYYUUNNKKCCCCCC");
     EXPECT_DOUBLE_EQ(plugin.GetEngine().GetPreampGain(), 12.0);  // heard at once
     EXPECT_EQ(host.changedCalls, notified + 1);
 
     panel.MoveSlider(20, 0.0);
     panel.MoveSlider(10, -12.0);
-    EXPECT_EQ(Utf8(plugin.GetPresets().settings), "0CCKKUUYYUnNNKKCCCCCO");
+    EXPECT_EQ(plugin.GetPresets().settings.ToUTF8(), "0CCKKUUYYUnNNKKCCCCCO");
     // The Rock preset itself is untouched.
     EXPECT_EQ(plugin.GetPresets().FindPreset(QVString(u"Rock"))->ToUTF8(), "OCCKKUUYYUUNNKKCCCCCC");
 }
@@ -121,8 +116,8 @@ TEST(EqualizerDlg, ManageSaveDeleteAndReset)
     EXPECT_FALSE(panel.SavePresetAs(QVString(u"Mine"), false));  // cancelled
     EXPECT_FALSE(panel.SavePresetAs(QVString(u"  "), true));     // no name
     EXPECT_TRUE(panel.SavePresetAs(QVString(u"Mine"), true));
-    EXPECT_EQ(Utf8(panel.GetPresetText()), "Mine");
-    EXPECT_EQ(store.Read(PRESETS_KEY, u"Mine"), Utf8(plugin.GetPresets().settings));
+    EXPECT_EQ(panel.GetPresetText().ToUTF8(), "Mine");
+    EXPECT_EQ(store.Read(PRESETS_KEY, u"Mine"), plugin.GetPresets().settings.ToUTF8());
     EXPECT_EQ(store.Read(CURRENT_KEY, u"Preset"), "Mine");
     EXPECT_EQ(panel.GetPresetNames().GetCount(), 8);
 
@@ -131,7 +126,7 @@ TEST(EqualizerDlg, ManageSaveDeleteAndReset)
     EXPECT_TRUE(panel.SavePresetAs(QVString(u"rock"), true));
     EXPECT_EQ(panel.GetPresetNames().GetCount(), 8);
     EXPECT_EQ(store.Read(PRESETS_KEY, u"Rock"), "<none>");
-    EXPECT_EQ(store.Read(PRESETS_KEY, u"rock"), Utf8(plugin.GetPresets().settings));
+    EXPECT_EQ(store.Read(PRESETS_KEY, u"rock"), plugin.GetPresets().settings.ToUTF8());
 
     EXPECT_FALSE(panel.DeletePreset(QVString(u"Mine"), false));
     EXPECT_TRUE(panel.DeletePreset(QVString(u"Mine"), true));
@@ -139,7 +134,7 @@ TEST(EqualizerDlg, ManageSaveDeleteAndReset)
     EXPECT_EQ(store.Read(PRESETS_KEY, u"Mine"), "<none>");
     // Deleting the current preset leaves its setting, now "Custom".
     EXPECT_TRUE(panel.DeletePreset(QVString(u"ROCK"), true));
-    EXPECT_EQ(Utf8(panel.GetPresetText()), "Custom");
+    EXPECT_EQ(panel.GetPresetText().ToUTF8(), "Custom");
     EXPECT_EQ(panel.GetPresetNames().GetCount(), 6);
 
     EXPECT_FALSE(panel.ResetAllPresets(false));

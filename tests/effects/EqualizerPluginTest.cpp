@@ -92,12 +92,7 @@ TEST(EqualizerPlugin, SteadyStateBlockAllocatesNothing)
     // The first block makes each band's per-channel filters.
     plugin.Process(block.data(), 1024, &sink);
     sink.Clear();
-    class NullSink : public IQVDSPSink
-    {
-    public:
-        void Output(double*, int32_t) override {}
-        double GetTestLevel() override { return 1.0; }
-    } quiet;
+    qvtest::FrameCountingSink quiet;
     qvtest::ScopedAllocationCount count;
     for (int i = 0; i < 4; ++i)
         plugin.Process(block.data(), 1024, &quiet);

@@ -12,11 +12,6 @@ using namespace eqtest;
 
 namespace
 {
-std::string Utf8(const QVString& text)
-{
-    return text.ToUTF8();
-}
-
 std::string PresetOf(CEqualizerPresets& presets, const char16_t* name)
 {
     const QVString* setting = presets.FindPreset(QVString(name));
@@ -29,7 +24,7 @@ TEST(EqualizerPresets, EmptyStoreGivesFlatAndTheDefaultPresets)
     ScopedStore store;
     CEqualizerDSPPlugin plugin(nullptr, 1);
     CEqualizerPresets& presets = plugin.GetPresets();
-    EXPECT_EQ(Utf8(presets.settings), "OOOOOOOOOOOOOOOOOOOOO");
+    EXPECT_EQ(presets.settings.ToUTF8(), "OOOOOOOOOOOOOOOOOOOOO");
     EXPECT_TRUE(presets.preset.IsEmpty());
     EXPECT_TRUE(plugin.GetEngine().active);
     EXPECT_EQ(presets.presets.GetCount(), 7);
@@ -37,8 +32,8 @@ TEST(EqualizerPresets, EmptyStoreGivesFlatAndTheDefaultPresets)
     EXPECT_EQ(PresetOf(presets, u"hip-hop"), "OIIFFCCFFKKTTUUUUTTUU");  // names match in any case
     const QVStringArray names = presets.GetSortedNames();
     ASSERT_EQ(names.GetCount(), 7);
-    EXPECT_EQ(Utf8(names[0]), "Blues");
-    EXPECT_EQ(Utf8(names[6]), "Rock");
+    EXPECT_EQ(names[0].ToUTF8(), "Blues");
+    EXPECT_EQ(names[6].ToUTF8(), "Rock");
 }
 
 TEST(EqualizerPresets, CurrentSettingComesFromTheZoneKeyOrTheOldFlatKey)
@@ -49,15 +44,15 @@ TEST(EqualizerPresets, CurrentSettingComesFromTheZoneKeyOrTheOldFlatKey)
     store.Write(LEGACY_KEY, u"Equalizer - Preset (Zone 1)", u"Rock");
     {
         CEqualizerDSPPlugin plugin(nullptr, 1);
-        EXPECT_EQ(Utf8(plugin.GetPresets().settings), "OCCKKUUYYUUNNKKCCCCCC");
-        EXPECT_EQ(Utf8(plugin.GetPresets().preset), "Rock");
+        EXPECT_EQ(plugin.GetPresets().settings.ToUTF8(), "OCCKKUUYYUUNNKKCCCCCC");
+        EXPECT_EQ(plugin.GetPresets().preset.ToUTF8(), "Rock");
         EXPECT_EQ(plugin.GetEngine().bandValues[0], u'C' - 48);
     }
     // The zone key wins over the old one.
     store.Write(CURRENT_KEY, u"Settings", u"0OOOOOOOOOOOOOOOOOOOO");
     {
         CEqualizerDSPPlugin plugin(nullptr, 1);
-        EXPECT_EQ(Utf8(plugin.GetPresets().settings), "0OOOOOOOOOOOOOOOOOOOO");
+        EXPECT_EQ(plugin.GetPresets().settings.ToUTF8(), "0OOOOOOOOOOOOOOOOOOOO");
         EXPECT_DOUBLE_EQ(plugin.GetEngine().GetPreampGain(), 12.0);
     }
     // A broken setting reads as flat, silently.
@@ -65,7 +60,7 @@ TEST(EqualizerPresets, CurrentSettingComesFromTheZoneKeyOrTheOldFlatKey)
     {
         store.Write(CURRENT_KEY, u"Settings", broken);
         CEqualizerDSPPlugin plugin(nullptr, 1);
-        EXPECT_EQ(Utf8(plugin.GetPresets().settings), "OOOOOOOOOOOOOOOOOOOOO");
+        EXPECT_EQ(plugin.GetPresets().settings.ToUTF8(), "OOOOOOOOOOOOOOOOOOOOO");
     }
 }
 
@@ -81,7 +76,7 @@ TEST(EqualizerPresets, StoredPresetsLoadWithDuplicatesDroppedWithoutRegardToCase
     CEqualizerPresets& presets = plugin.GetPresets();
     // Today's key comes first, so its "ROCK" stays; both old spellings go.
     EXPECT_EQ(presets.presets.GetCount(), 3);
-    EXPECT_EQ(Utf8(presets.FindPresetName(QVString(u"rock"))), "ROCK");
+    EXPECT_EQ(presets.FindPresetName(QVString(u"rock")).ToUTF8(), "ROCK");
     EXPECT_EQ(PresetOf(presets, u"Rock"), "000000000000000000000");
     EXPECT_EQ(PresetOf(presets, u"Short"), "OOOO");
     EXPECT_EQ(PresetOf(presets, u"Flat"), "<none>");  // stored presets replace the defaults
@@ -92,7 +87,7 @@ TEST(EqualizerPresets, StoredPresetsLoadWithDuplicatesDroppedWithoutRegardToCase
     other.Write(LEGACY_PRESETS_KEY, u"Live", u"OYYQQNNIIIIIIKKMMMMNN");
     CEqualizerDSPPlugin second(nullptr, 1);
     EXPECT_EQ(second.GetPresets().presets.GetCount(), 1);
-    EXPECT_EQ(Utf8(second.GetPresets().FindPresetName(QVString(u"LIVE"))), "Live");
+    EXPECT_EQ(second.GetPresets().FindPresetName(QVString(u"LIVE")).ToUTF8(), "Live");
     EXPECT_EQ(PresetOf(second.GetPresets(), u"live"), "OYYQQNNIIIIIIKKMMMMNN");
 }
 
@@ -121,7 +116,7 @@ TEST(EqualizerPresets, SavingReplacesTheWholeListAndIsSharedByAllZones)
     CEqualizerDSPPlugin zone2(nullptr, 2);
     EXPECT_EQ(PresetOf(zone2.GetPresets(), u"bright"), "OOOOOOOOOOOOOOOOO0000");
     EXPECT_EQ(zone2.GetPresets().presets.GetCount(), 2);
-    EXPECT_EQ(Utf8(zone2.GetPresets().settings), "OOOOOOOOOOOOOOOOOOOOO");
+    EXPECT_EQ(zone2.GetPresets().settings.ToUTF8(), "OOOOOOOOOOOOOOOOOOOOO");
     // The global branch works like any zone.
     CEqualizerDSPPlugin global(nullptr, QVZONE_GLOBAL);
     EXPECT_EQ(PresetOf(global.GetPresets(), u"Old"), "OCCKKUUYYUUNNKKCCCCCC");
@@ -133,8 +128,8 @@ TEST(EqualizerPresets, SelectPresetWritesAndAppliesTheSetting)
     CEqualizerDSPPlugin plugin(nullptr, 1);
     CEqualizerPresets& presets = plugin.GetPresets();
     presets.SelectPreset(QVString(u"Rock"));
-    EXPECT_EQ(Utf8(presets.settings), "OCCKKUUYYUUNNKKCCCCCC");
-    EXPECT_EQ(Utf8(presets.preset), "Rock");
+    EXPECT_EQ(presets.settings.ToUTF8(), "OCCKKUUYYUUNNKKCCCCCC");
+    EXPECT_EQ(presets.preset.ToUTF8(), "Rock");
     EXPECT_EQ(store.Read(CURRENT_KEY, u"Settings"), "OCCKKUUYYUUNNKKCCCCCC");
     EXPECT_EQ(store.Read(CURRENT_KEY, u"Preset"), "<none>");  // only a full save writes the name
     EXPECT_DOUBLE_EQ(plugin.GetEngine().GetBandGain(0), 144.0 / 31.0);
@@ -143,7 +138,7 @@ TEST(EqualizerPresets, SelectPresetWritesAndAppliesTheSetting)
     // writes and applies the setting as it stands.
     presets.settings = QVString(u"nOOOOOOOOOOOOOOOOOOOO");
     presets.SelectPreset(QVString(u"No such preset"));
-    EXPECT_EQ(Utf8(presets.preset), "Rock");
+    EXPECT_EQ(presets.preset.ToUTF8(), "Rock");
     EXPECT_EQ(store.Read(CURRENT_KEY, u"Settings"), "nOOOOOOOOOOOOOOOOOOOO");
     EXPECT_DOUBLE_EQ(plugin.GetEngine().GetPreampGain(), -12.0);
 }

@@ -80,15 +80,6 @@ std::unique_ptr<CHeadphonesDSPPlugin> MakePlugin(double rate, int row)
     return plugin;
 }
 
-// Takes blocks without keeping them, so that it allocates nothing itself.
-class CountingSink final : public IQVDSPSink
-{
-public:
-    void Output(double*, int32_t count) override { frames += count; }
-    double GetTestLevel() override { return 1.0; }
-    int64_t frames = 0;
-};
-
 void ExpectNear(const std::vector<double>& actual, const std::vector<double>& expected)
 {
     ASSERT_EQ(actual.size(), expected.size());
@@ -274,7 +265,7 @@ TEST(HeadphonesPlugin, SteadyBlocksAllocateNothingAndLongBlocksStayWhole)
     qvtest::ScopedFileStore store;
     auto plugin = MakePlugin(44100.0, 4);
     std::vector<double> block = qvtest::Noise(4096, 2, 2, 0.5);
-    CountingSink sink;
+    qvtest::FrameCountingSink sink;
     plugin->Process(block.data(), 4096, &sink);
     {
         qvtest::ScopedAllocationCount count;

@@ -61,15 +61,6 @@ double DominantFrequency(const std::vector<double>& signal, int32_t channels, si
     return (static_cast<double>(peak) + offset) * rate / length;
 }
 
-// Takes blocks without keeping them, so that it allocates nothing itself.
-class CountingSink final : public IQVDSPSink
-{
-public:
-    void Output(double*, int32_t count) override { frames += count; }
-    double GetTestLevel() override { return 1.0; }
-    int64_t frames = 0;
-};
-
 struct Stretched
 {
     std::vector<double> samples;
@@ -318,7 +309,7 @@ TEST(TempoPitchPlugin, FlushEmptiesTheStretcherAndSteadyBlocksAllocateNothing)
         plugin->Process(block.data(), kBlock, &sink);
     EXPECT_GT(plugin->Command(DSPCMD_GET_LATENCY, nullptr, nullptr), 0);
     {
-        CountingSink counting;
+        qvtest::FrameCountingSink counting;
         std::vector<double> copy = block;
         qvtest::ScopedAllocationCount count;
         for (int i = 0; i < 20; ++i)

@@ -1,5 +1,6 @@
 #include "filters/BiquadFile.h"
 #include "filters/IIRFilter.h"
+#include "support/ScratchFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -16,21 +17,14 @@ namespace fs = std::filesystem;
 class BiquadFileTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        folder = fs::temp_directory_path() / ("qvdsp-biquad-" + std::to_string(::getpid()));
-        fs::create_directories(folder);
-    }
-    void TearDown() override { fs::remove_all(folder); }
-
     QVString Write(const std::string& name, const std::string& bytes)
     {
-        const fs::path path = folder / name;
-        std::ofstream(path, std::ios::binary) << bytes;
-        return QVString::FromUTF8(path.string());
+        qvtest::WriteBytes(folder / name, bytes);
+        return QVString::FromUTF8((folder / name).string());
     }
 
-    fs::path folder;
+    qvtest::ScratchFolder scratch;
+    const fs::path& folder = scratch.Path();
 };
 
 int Parse(const char16_t* text, double (*rows)[6])

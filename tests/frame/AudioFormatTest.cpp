@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "support/TestSupport.h"
 
@@ -436,22 +437,15 @@ TEST(AudioFormat, ChannelIndexOfSeesOnlyUsedChannels)
 
 TEST(AudioFormat, ChannelNames)
 {
-    EXPECT_EQ(Name(0, false), "Undefined");
-    EXPECT_EQ(Name(0, true), "Undefined");
-    EXPECT_EQ(Name(4, true), "Center");
-    EXPECT_EQ(Name(5, false), "Subwoofer");
-    EXPECT_EQ(Name(5, true), "Sub");
-    EXPECT_EQ(Name(8, false), "Rear Left (used in 7.1)");
-    EXPECT_EQ(Name(10, true), "RC");
-    EXPECT_EQ(Name(12, false), "User 2");
-    EXPECT_EQ(Name(12, true), "U2");
-    EXPECT_EQ(Name(13, false), "Channel 9");
-    EXPECT_EQ(Name(13, true), "#9");
-    EXPECT_EQ(Name(36, false), "Channel 32");
-    EXPECT_EQ(Name(36, true), "#32");
-    EXPECT_EQ(Name(37, false), "");
-    EXPECT_EQ(Name(37, true), "");
-    EXPECT_EQ(Name(-1, false), "");
+    const std::tuple<int32_t, bool, const char*> names[] = {
+        {0, false, "Undefined"},  {0, true, "Undefined"}, {4, true, "Center"},
+        {5, false, "Subwoofer"},  {5, true, "Sub"},       {8, false, "Rear Left (used in 7.1)"},
+        {10, true, "RC"},         {12, false, "User 2"},  {12, true, "U2"},
+        {13, false, "Channel 9"}, {13, true, "#9"},       {36, false, "Channel 32"},
+        {36, true, "#32"},        {37, false, ""},        {37, true, ""},
+        {-1, false, ""}};
+    for (const auto& [value, shortForm, name] : names)
+        EXPECT_EQ(Name(value, shortForm), name) << value << (shortForm ? " short" : " long");
 }
 
 TEST(AudioFormat, ChannelNamesPassTheTranslatorWhereTheyShould)

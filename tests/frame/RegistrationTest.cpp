@@ -7,25 +7,6 @@
 #include "support/FileStoreTools.h"
 #include "support/TestSupport.h"
 
-TEST(Registration, WalksTheTableWithTheUnlistedPluginMarked)
-{
-    qvtest::ScopedFileStore store;
-    const std::vector<DSPRegistration> all = CollectDSPRegistrations();
-    ASSERT_FALSE(all.empty());
-    const DSPRegistration& last = all.back();
-    EXPECT_EQ(last.index, DSPPLUGIN_TUBE_AMPLIFIER);
-    EXPECT_EQ(last.name.ToUTF8(), "Tube Amplifier");
-    EXPECT_TRUE(last.unlisted);
-    for (size_t i = 0; i + 1 < all.size(); ++i)
-    {
-        EXPECT_FALSE(all[i].unlisted) << all[i].name.ToUTF8();
-        if (i > 0)
-        {
-            EXPECT_LT(all[i - 1].index, all[i].index);
-        }
-    }
-}
-
 TEST(Registration, KeysThatCannotBeOpenedAreSkipped)
 {
     // Tools whose every key fails to open: nothing to write, and still 0.

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "support/VirtualSlot.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -14,6 +12,7 @@
 #include "core/QVStringPrint.h"
 #include "host/BuiltinTools.h"
 #include "host/SettingsStore.h"
+#include "support/ScratchFolder.h"
 #include "support/TestTools.h"
 
 namespace
@@ -38,26 +37,18 @@ class ZoneSettingsKeyTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        char pattern[] = "/tmp/qvdsp-zone-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        folder = pattern;
-        tools = std::make_unique<FileTools>(folder + "/settings.json");
         previous = GetQVTools();
-        SetQVTools(tools.get());
+        SetQVTools(&tools);
     }
-    void TearDown() override
-    {
-        SetQVTools(previous);
-        std::filesystem::remove_all(folder);
-    }
+    void TearDown() override { SetQVTools(previous); }
 
     CFileSettingsKey Raw(const std::string& keyPath)
     {
-        return CFileSettingsKey(tools->path, keyPath, false);
+        return CFileSettingsKey(tools.path, keyPath, false);
     }
 
-    std::string folder;
-    std::unique_ptr<FileTools> tools;
+    qvtest::ScratchFolder scratch;
+    FileTools tools{scratch.File("settings.json")};
     IQVTools* previous = nullptr;
 };
 
@@ -78,8 +69,8 @@ TEST_F(ZoneSettingsKeyTest, PathsAndLegacyNames)
     EXPECT_EQ(prefixed.GetLegacyName(u"Settings"), QVString(u"Effects - Settings"));
     CZoneSettingsKey plain(1, u"Tempo & Pitch", kLegacyPath, u"");
     EXPECT_EQ(plain.GetLegacyName(u"Tempo"), QVString(u"Tempo"));
-    EXPECT_EQ(tools->opened, (std::vector<QVString>{u"Zones\\1\\Effects", kLegacyPath,
-                                                    u"Zones\\1\\Tempo & Pitch", kLegacyPath}));
+    EXPECT_EQ(tools.opened, (std::vector<QVString>{u"Zones\\1\\Effects", kLegacyPath,
+                                                   u"Zones\\1\\Tempo & Pitch", kLegacyPath}));
 
     CZoneSettingsKey noLegacy(1, u"Audio Settings", u"", u"");
     EXPECT_EQ(noLegacy.GetLegacyKey(), nullptr);
@@ -202,7 +193,7 @@ TEST_F(ZoneSettingsKeyTest, MissingToolsGiveSilentDefaults)
     EXPECT_FALSE(key.WriteInt(u"Level", 1));
     EXPECT_FALSE(key.WriteString(u"Name", u"x"));
     EXPECT_FALSE(key.WriteSettingsBlob(values));
-    EXPECT_FALSE(std::filesystem::exists(tools->path));
+    EXPECT_FALSE(std::filesystem::exists(tools.path));
 }
 
 TEST_F(ZoneSettingsKeyTest, PresetsKeyListsItsValueNames)
@@ -218,9 +209,8 @@ TEST_F(ZoneSettingsKeyTest, PresetsKeyListsItsValueNames)
 
 TEST(BuiltinToolsSettings, KeysOpenInTheFileOfTheEnvironment)
 {
-    char pattern[] = "/tmp/qvdsp-builtin-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern), nullptr);
-    const std::string file = std::string(pattern) + "/a/b.json";
+    qvtest::ScratchFolder scratch;
+    const std::string file = scratch.File("a/b.json");
     const char* kept = std::getenv("QVDSP_SETTINGS");
     const std::string keptValue = kept != nullptr ? kept : "";
     ::setenv("QVDSP_SETTINGS", file.c_str(), 1);
@@ -238,22 +228,4 @@ TEST(BuiltinToolsSettings, KeysOpenInTheFileOfTheEnvironment)
         ::setenv("QVDSP_SETTINGS", keptValue.c_str(), 1);
     else
         ::unsetenv("QVDSP_SETTINGS");
-    std::filesystem::remove_all(pattern);
-}
-
-TEST(SettingsKeyLayout, OperationsKeepTheirPlaces)
-{
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::ReadBinary), 2);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::ReadInt), 3);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::ReadString), 4);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::WriteBinary), 5);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::WriteInt), 6);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::WriteString), 7);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::DeleteValue), 10);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::DeleteAllValues), 11);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::DeleteSubkey), 12);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::EnumValueName), 13);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::GetZoneValueName), 16);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::EnumSubkeyName), 17);
-    EXPECT_EQ(qvtest::VirtualSlot(&IQVSettingsKey::GetValueType), 18);
 }

@@ -17,28 +17,10 @@
 #include "host/SettingsStore.h"
 #include "qvdsp/IQVDSP.h"
 #include "support/TestSupport.h"
+#include "toolsmodule/TestToolsState.h"
 
 namespace
 {
-
-// Mirrors the test tools module's record of what happened to it.
-struct QVTestToolsState
-{
-    int entryCalls;
-    int entryVersion;
-    int attachCalls;
-    void* loaderValue;
-    void* moduleHandle;
-    int productLoads;
-    char productModuleName[256];
-    int keysOpened;
-    int playerAttaches;
-    void* playerLoaderValue;
-    int readerStarts;
-    int discStarts;
-    void* readerLoaderValue;
-    int* endCounts;
-};
 
 namespace fs = std::filesystem;
 

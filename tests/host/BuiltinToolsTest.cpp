@@ -11,17 +11,14 @@
 TEST(BuiltinTools, LogLevelFromTheEnvironmentText)
 {
     EXPECT_EQ(CStderrLogger::ParseLevel(nullptr), 0);
-    EXPECT_EQ(CStderrLogger::ParseLevel(""), 0);
-    EXPECT_EQ(CStderrLogger::ParseLevel("0"), 0);
-    EXPECT_EQ(CStderrLogger::ParseLevel("1"), 1);
-    EXPECT_EQ(CStderrLogger::ParseLevel("3"), 3);
-    EXPECT_EQ(CStderrLogger::ParseLevel("-2"), 0);
-    EXPECT_EQ(CStderrLogger::ParseLevel("yes"), 1);
-    EXPECT_EQ(CStderrLogger::ParseLevel("2x"), 1);
-    EXPECT_EQ(CStderrLogger::ParseLevel("99999999999"), INT32_MAX);
+    const std::pair<const char*, int32_t> levels[] = {
+        {"", 0},   {"0", 0},   {"1", 1},  {"3", 3},
+        {"-2", 0}, {"yes", 1}, {"2x", 1}, {"99999999999", INT32_MAX}};
+    for (const auto& [text, level] : levels)
+        EXPECT_EQ(CStderrLogger::ParseLevel(text), level) << text;
 }
 
-TEST(BuiltinTools, WithoutALevelThereIsNoLogger)
+TEST(BuiltinTools, TheLevelComesFromTheEnvironmentAndWithoutOneThereIsNoLogger)
 {
     CBuiltinTools tools(0);
     EXPECT_EQ(tools.GetLogger(0), nullptr);
@@ -34,10 +31,8 @@ TEST(BuiltinTools, WithoutALevelThereIsNoLogger)
     EXPECT_NE(key, nullptr);
     ASSERT_NE(tools.GetScaler(), nullptr);
     EXPECT_EQ(tools.GetScaler()->Scale(17), 17);
-}
 
-TEST(BuiltinTools, TheEnvironmentVariableSetsTheLevel)
-{
+    // The environment variable sets the level.
     const char* saved = std::getenv("QVDSP_LOG");
     const std::string savedValue = saved != nullptr ? saved : "";
     setenv("QVDSP_LOG", "2", 1);

@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "host/SettingsStore.h"
+#include "support/ScratchFolder.h"
 #include "support/TestTools.h"
 
 namespace
@@ -29,33 +30,6 @@ namespace fs = std::filesystem;
 class SettingsFileTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/qvdsp-file-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        folder = pattern;
-        path = folder + "/settings.json";
-    }
-    void TearDown() override { fs::remove_all(folder); }
-
-    static std::string Text(const std::string& file)
-    {
-        std::ifstream in(file, std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-    static void WriteText(const std::string& file, const std::string& text)
-    {
-        std::ofstream(file, std::ios::binary) << text;
-    }
-    std::set<std::string> Entries() const
-    {
-        std::set<std::string> names;
-        for (const auto& entry : fs::directory_iterator(folder))
-            names.insert(entry.path().filename().string());
-        return names;
-    }
     // Runs body in a child process and answers its exit code.
     static int InChild(const std::function<bool()>& body)
     {
@@ -67,8 +41,9 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    std::string folder;
-    std::string path;
+    qvtest::ScratchFolder scratch;
+    const std::string folder = scratch.Path().string();
+    const std::string path = scratch.File("settings.json");
 };
 
 // Appends an item to the text value "List" of key K: read, change, write.
@@ -98,7 +73,7 @@ TEST_F(SettingsFileTest, ATransactionReadsOnceSeesItsOwnWritesAndWritesOnceAtThe
 {
     CFileSettingsKey key(path, "Zones\\1\\Equalizer", false);
     ASSERT_TRUE(key.WriteString(u"Preset", u"Rock"));
-    const std::string before = Text(path);
+    const std::string before = qvtest::ReadBytes(path);
     {
         CSettingsTransaction transaction;
         EXPECT_EQ(QVReadSettingsString(key, u"Preset", u"", 0), QVString(u"Rock"));
@@ -109,14 +84,14 @@ TEST_F(SettingsFileTest, ATransactionReadsOnceSeesItsOwnWritesAndWritesOnceAtThe
         EXPECT_EQ(key.ReadInt(u"Band 8", -1, 0), 8);
         EXPECT_EQ(key.GetValueType(u"Preset"), SETTINGS_TYPE_NONE);
         // ... while the file is still as it was.
-        EXPECT_EQ(Text(path), before);
+        EXPECT_EQ(qvtest::ReadBytes(path), before);
         EXPECT_TRUE(transaction.Commit());
     }
     CFileSettingsKey again(path, "Zones\\1\\Equalizer", false);
     EXPECT_EQ(again.ReadInt(u"Band 0", -1, 0), 0);
     EXPECT_EQ(again.ReadInt(u"Band 8", -1, 0), 8);
     EXPECT_EQ(again.GetValueType(u"Preset"), SETTINGS_TYPE_NONE);
-    EXPECT_EQ(Entries(), std::set<std::string>{"settings.json"});
+    EXPECT_EQ(scratch.Entries(), std::vector<std::string>{"settings.json"});
 }
 
 TEST_F(SettingsFileTest, AReadModifyWriteHoldsTheLockSoNoOtherWriterIsLost)
@@ -181,7 +156,7 @@ TEST_F(SettingsFileTest, DeepNestingIsABrokenFileNeverWrittenAndLeavesNothingBeh
     // Deep enough to overflow any recursive writer's stack.
     const std::string deep =
         "{\"user\": {\"K\": {\"v\": " + std::string(100000, '[') + std::string(100000, ']') + "}}}";
-    WriteText(path, deep);
+    qvtest::WriteBytes(path, deep);
     qvtest::ScopedTestTools tools;
     CSettingsFile file(path);
     nlohmann::json document;
@@ -193,15 +168,15 @@ TEST_F(SettingsFileTest, DeepNestingIsABrokenFileNeverWrittenAndLeavesNothingBeh
     CFileSettingsKey key(path, "K", false);
     EXPECT_EQ(key.ReadInt(u"x", 5, 0), 5);
     EXPECT_FALSE(key.WriteInt(u"x", 1));
-    EXPECT_EQ(Text(path), deep);
-    EXPECT_EQ(Entries(), std::set<std::string>{"settings.json"});
+    EXPECT_EQ(qvtest::ReadBytes(path), deep);
+    EXPECT_EQ(scratch.Entries(), std::vector<std::string>{"settings.json"});
 
     // A hand-written file nested a little less deep is read, and kept by writes.
     const int kept = CSettingsFile::kMaxNesting - 3;
-    WriteText(path, "{\"user\": {\"K\": {\"v\": " + std::string(kept, '[') +
-                        std::string(kept, ']') + "}}}");
+    qvtest::WriteBytes(path, "{\"user\": {\"K\": {\"v\": " + std::string(kept, '[') +
+                                 std::string(kept, ']') + "}}}");
     ASSERT_TRUE(key.WriteInt(u"x", 1));
-    EXPECT_EQ(nlohmann::json::parse(Text(path))["user"]["K"]["x"], 1);
+    EXPECT_EQ(nlohmann::json::parse(qvtest::ReadBytes(path))["user"]["K"]["x"], 1);
 }
 
 TEST_F(SettingsFileTest, DevicesAndHugeFilesAreRefusedWithoutReadingThemWhole)
@@ -244,7 +219,7 @@ TEST_F(SettingsFileTest, PermissionsOfTheFileAreRespectedAndSetIdBitsDropped)
     // where the folder would let him.
     ASSERT_EQ(::chmod(path.c_str(), 0444), 0);
     ASSERT_EQ(::chmod(folder.c_str(), 0777), 0);
-    const std::string before = Text(path);
+    const std::string before = qvtest::ReadBytes(path);
     const int refused = InChild(
         [&]
         {
@@ -256,7 +231,7 @@ TEST_F(SettingsFileTest, PermissionsOfTheFileAreRespectedAndSetIdBitsDropped)
             return !written && CSettingsFile::LastProblem().find("read-only") != std::string::npos;
         });
     EXPECT_EQ(refused, 0);
-    EXPECT_EQ(Text(path), before);
+    EXPECT_EQ(qvtest::ReadBytes(path), before);
 }
 
 TEST_F(SettingsFileTest, SignalsDuringWritesLeaveNoTemporaryFile)
@@ -288,7 +263,8 @@ TEST_F(SettingsFileTest, SignalsDuringWritesLeaveNoTemporaryFile)
         int status = 0;
         ::waitpid(child, &status, 0);
         EXPECT_TRUE(WIFSIGNALED(status));
-        EXPECT_EQ(Entries(), std::set<std::string>{"settings.json"}) << "round " << round;
+        EXPECT_EQ(scratch.Entries(), std::vector<std::string>{"settings.json"})
+            << "round " << round;
         nlohmann::json document;
         EXPECT_TRUE(CSettingsFile(path).Read(document)) << "round " << round;
     }

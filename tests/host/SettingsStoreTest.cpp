@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "core/QVStringPrint.h"
+#include "support/ScratchFolder.h"
 #include "support/TestTools.h"
 
 namespace
@@ -21,36 +22,20 @@ namespace
 class SettingsStoreTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/qvdsp-store-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        folder = pattern;
-        path = folder + "/sub/dsp-settings.json";
-    }
-    void TearDown() override { std::filesystem::remove_all(folder); }
-
     CFileSettingsKey Key(const std::string& keyPath, bool systemScope = false)
     {
         return CFileSettingsKey(path, keyPath, systemScope);
     }
 
-    std::string FileText() const
-    {
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-
+    std::string FileText() const { return qvtest::ReadBytes(path); }
     void WriteFileText(const std::string& text) const
     {
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-        std::ofstream(path, std::ios::binary) << text;
+        qvtest::WriteBytes(path, text);
     }
 
-    std::string folder;
-    std::string path;
+    qvtest::ScratchFolder scratch;
+    const std::string path = scratch.File("sub/dsp-settings.json");
 };
 
 QVString ReadText(IQVSettingsKey& key, const char16_t* name, const char16_t* defaultValue,

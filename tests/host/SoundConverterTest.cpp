@@ -10,22 +10,12 @@
 
 #include "host/BuiltinTools.h"
 #include "host/SoundConverter.h"
+#include "support/ScratchFolder.h"
 
 namespace
 {
 
-struct Folder
-{
-    Folder()
-    {
-        path = std::filesystem::temp_directory_path() /
-               ("qvdsp-converter-" + std::to_string(::getpid()));
-        std::filesystem::create_directories(path);
-    }
-    ~Folder() { std::filesystem::remove_all(path); }
-    std::string File(const char* name) const { return (path / name).string(); }
-    std::filesystem::path path;
-};
+using Folder = qvtest::ScratchFolder;
 
 void Write(const std::string& name, const std::vector<double>& samples, int rate, int subtype)
 {

@@ -7,11 +7,13 @@
 #include <fstream>
 #include <set>
 #include <string>
+#include <tuple>
 #include <unistd.h>
 
 #include "core/QVPropertyMap.h"
 #include "frame/SettingsKey.h"
 #include "support/FileStoreTools.h"
+#include "support/ScratchFolder.h"
 
 namespace
 {
@@ -31,23 +33,14 @@ std::set<std::string> ValueNames(qvtest::ScopedFileStore& store, const char16_t*
     return names;
 }
 
-// A folder of its own under the temporary folder, removed at the end.
-struct TempFolder
+// A scratch folder with empty files in it.
+struct TempFolder : qvtest::ScratchFolder
 {
-    TempFolder()
-    {
-        path = std::filesystem::temp_directory_path() /
-               ("qvdsp-core-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
-        std::filesystem::create_directories(path);
-    }
-    ~TempFolder() { std::filesystem::remove_all(path); }
     std::string Touch(const std::string& name) const
     {
-        std::ofstream((path / name).string()) << "x";
-        return (path / name).string();
+        qvtest::WriteBytes(File(name), "x");
+        return File(name);
     }
-    std::filesystem::path path;
-    static inline int counter = 0;
 };
 
 }  // namespace
@@ -270,50 +263,26 @@ TEST(PlayerCoreSettings, EveryFieldSurvivesARoundTripThroughTheStore)
     s.zoneSyncManualLatencyAdjustmentMS = -19;
     ASSERT_TRUE(s.Save(PLAYER_CORE_SECTION_ALL));
 
+    // Every field read back as it was set: compared together, so that none is left out.
+    const auto fields = [](const QM_PLAYER_CORE_SETTINGS_PLAYBACK& x)
+    {
+        return std::make_tuple(
+            Table(x), x.GetOutputPluginPath().ToUTF8(), x.outputChannels, x.outputChannelLayout,
+            x.outputPaddingChannels, x.commonRate, x.allowCustomOutputFormat, x.surroundMode,
+            x.twoPointOneMixing, x.phantomCenter, x.subwooferCutoff, x.subwooferCutoffDownmix,
+            x.subwooferImpactFilter, x.outputEncoding, x.pseudoSurroundDetection,
+            x.gaplessOnManualTransitions, x.centerLevel, x.resampler, x.outputPluginIndex,
+            x.betweenTracksMode, x.betweenTracksMS, x.seekMode, x.stopMode, x.pauseMode,
+            x.betweenTracksModeAlternate, x.betweenTracksMSAlternate, x.seekModeAlternate,
+            x.stopModeAlternate, x.pauseModeAlternate, x.forwardJumpSeconds, x.backwardJumpSeconds,
+            x.startupGapMS, x.secondaryBufferMinimumMS, x.trimSilence,
+            x.gaplessSequentialAlbumTracks, x.autoConfigureMode, x.bitstreamFormats,
+            x.bitstreamDSDMaxRate, x.liveLatencyMS, x.stopAfterLongPause,
+            x.zoneSyncAudioOutputLatencyMS, x.zoneSyncManualLatencyAdjustmentMS);
+    };
     const QM_PLAYER_CORE_SETTINGS_PLAYBACK r(4);
-    EXPECT_EQ(r.outputChannels, 6);
-    EXPECT_EQ(r.outputChannelLayout, 12);
-    EXPECT_EQ(r.outputPaddingChannels, 2);
-    EXPECT_EQ(Table(r), Table(s));
-    EXPECT_FALSE(r.commonRate);
-    EXPECT_TRUE(r.allowCustomOutputFormat);
-    EXPECT_EQ(r.surroundMode, 0);
-    EXPECT_TRUE(r.twoPointOneMixing);
-    EXPECT_TRUE(r.phantomCenter);
-    EXPECT_EQ(r.subwooferCutoff, -1);
-    EXPECT_EQ(r.subwooferCutoffDownmix, 85);
-    EXPECT_FALSE(r.subwooferImpactFilter);
-    EXPECT_EQ(r.outputEncoding, 4);
-    EXPECT_FALSE(r.pseudoSurroundDetection);
-    EXPECT_FALSE(r.gaplessOnManualTransitions);
-    EXPECT_EQ(r.centerLevel, -7);
-    EXPECT_EQ(r.resampler, 2);
-    EXPECT_EQ(r.outputPluginIndex, 3);
+    EXPECT_EQ(fields(r), fields(s));
     EXPECT_EQ(r.GetOutputPluginPath().ToUTF8(), pluginPath);
-    EXPECT_EQ(r.betweenTracksMode, 1);
-    EXPECT_EQ(r.betweenTracksMS, 250);
-    EXPECT_EQ(r.seekMode, 2);
-    EXPECT_EQ(r.stopMode, 4);
-    EXPECT_EQ(r.pauseMode, 5);
-    EXPECT_EQ(r.betweenTracksModeAlternate, 6);
-    EXPECT_EQ(r.betweenTracksMSAlternate, 70);
-    EXPECT_EQ(r.seekModeAlternate, 8);
-    EXPECT_EQ(r.stopModeAlternate, 9);
-    EXPECT_EQ(r.pauseModeAlternate, 10);
-    EXPECT_EQ(r.forwardJumpSeconds, 11);
-    EXPECT_EQ(r.backwardJumpSeconds, 12);
-    EXPECT_EQ(r.startupGapMS, 13);
-    EXPECT_EQ(r.secondaryBufferMinimumMS, 14);
-    EXPECT_TRUE(r.trimSilence);
-    EXPECT_FALSE(r.gaplessSequentialAlbumTracks);
-    EXPECT_EQ(r.autoConfigureMode, 15);
-    EXPECT_EQ(r.bitstreamFormats, (std::vector<int32_t>{3, 6, 20}));
-    EXPECT_EQ(r.bitstreamDSDMaxRate, 16);
-    EXPECT_EQ(r.liveLatencyMS, 17);
-    EXPECT_TRUE(r.stopAfterLongPause);
-    EXPECT_EQ(r.zoneSyncAudioOutputLatencyMS, 18);
-    EXPECT_EQ(r.zoneSyncManualLatencyAdjustmentMS, -19);
-
     // The stored forms the host reads: booleans as 0 or 1, the resampler as a flag.
     EXPECT_EQ(store.Key(u"Zones\\4\\Audio Settings")->ReadInt(u"Use SoX For Resampling", -1, 0), 1);
     EXPECT_EQ(store.Key(u"Zones\\4\\Audio Settings")->ReadInt(u"Trim Silence", -1, 0), 1);
@@ -398,7 +367,7 @@ TEST(PlayerCoreSettings, OutputPluginPathSearch)
     main.Touch("out_qm.dll");
     const std::string found = main.Touch("OUT_Main.DLL");
     s.SetOutputPluginPath(QVString(u"/gone/out_main.dll"));
-    s.ResolveOutputPluginPath(main.path.string() + "/");
+    s.ResolveOutputPluginPath(main.Path().string() + "/");
     EXPECT_EQ(s.GetOutputPluginPath().ToUTF8(), found);
     EXPECT_EQ(s.outputPluginIndex, 0);
 
@@ -412,7 +381,7 @@ TEST(PlayerCoreSettings, OutputPluginPathSearch)
     TempFolder second;
     second.Touch("Out_QM.dll");
     s.SetOutputPluginPath(QVString(u"/gone/out_main.dll"));
-    s.ResolveOutputPluginPath(second.path.string() + "/");
+    s.ResolveOutputPluginPath(second.Path().string() + "/");
     EXPECT_EQ(s.GetOutputPluginPath().ToUTF8(), "/opt/player/out_ds.dll");
     EXPECT_EQ(s.outputPluginIndex, 4);
 

@@ -37,6 +37,16 @@ private:
     int32_t channels;
 };
 
+// Counts the frames it is handed and keeps none, so that it allocates nothing
+// itself: the sink of steady-state allocation checks.
+class FrameCountingSink final : public IQVDSPSink
+{
+public:
+    void Output(double*, int32_t count) override { frames += count; }
+    double GetTestLevel() override { return 1.0; }
+    int64_t frames = 0;
+};
+
 // Leads into the next plug-in of a chain, the way a host links stages.
 class PluginSink : public IQVDSPSink
 {

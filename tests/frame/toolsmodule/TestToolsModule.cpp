@@ -9,32 +9,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "TestToolsState.h"
 #include "core/QVStringManager.h"
 #include "frame/IQVTools.h"
 #include "frame/SiblingModules.h"
 #include "host/SettingsStore.h"
 
 #define TEST_EXPORT extern "C" __attribute__((visibility("default")))
-
-struct QVTestToolsState
-{
-    int entryCalls;
-    int entryVersion;
-    int attachCalls;
-    void* loaderValue;
-    void* moduleHandle;
-    int productLoads;
-    char productModuleName[256];
-    int keysOpened;
-    int playerAttaches;
-    void* playerLoaderValue;
-    int readerStarts;
-    int discStarts;
-    void* readerLoaderValue;
-    // Set by the test before it unloads: the end calls count here, since this
-    // module's own memory goes with it.
-    int* endCounts;
-};
 
 namespace
 {
