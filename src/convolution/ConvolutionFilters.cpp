@@ -258,8 +258,7 @@ void CAudioConvolution::LoadConfigurationBlock(const QVStringArray& lines, int32
                               MAX_IMPULSE_FRAMES));
         return;
     }
-    const int64_t delayFrames =
-        std::max<int64_t>(format.FramesFromMilliseconds(std::max(delayMilliseconds, 0.0)), 0);
+    const int64_t delayFrames = format.FramesFromMilliseconds(std::max(delayMilliseconds, 0.0));
 
     auto path = std::make_unique<CPath>();
     path->outputChannel = static_cast<int32_t>(outputChannel);
@@ -361,19 +360,19 @@ CAudioConvolution::CFilterFile* CAudioConvolution::ConvertFilterFile(const QVStr
             Note(0, QVString::Format(u"\"%s\" has %d frames at %d Hz, more than the %d an "
                                      u"impulse may have",
                                      name, frames, static_cast<int32_t>(rate), MAX_IMPULSE_FRAMES));
-            reader->Close();
-            QVFileSystem::DeleteFile(output);
-            return nullptr;
         }
-        file = std::make_unique<CFilterFile>();
-        file->name = name;
-        file->gain = gain;
-        file->channels = static_cast<int32_t>(channelCount);
-        file->samples.assign(static_cast<size_t>(frames * channelCount), 0.0);
-        int64_t bytes = 0;
-        const int64_t read = reader->Read(file->samples.data(), 0, frames, &bytes, false);
-        if (read < 0 || read < frames * channelCount * 8 || frames == 0)
-            file.reset();
+        else
+        {
+            file = std::make_unique<CFilterFile>();
+            file->name = name;
+            file->gain = gain;
+            file->channels = static_cast<int32_t>(channelCount);
+            file->samples.assign(static_cast<size_t>(frames * channelCount), 0.0);
+            int64_t bytes = 0;
+            const int64_t read = reader->Read(file->samples.data(), 0, frames, &bytes, false);
+            if (read < 0 || read < frames * channelCount * 8 || frames == 0)
+                file.reset();
+        }
     }
     reader->Close();
     QVFileSystem::DeleteFile(output);

@@ -405,6 +405,9 @@ public:
         return load != ELoad::Failed;
     }
     const json& Document() const { return document; }
+    // The last change was refused because the file was read before the lock
+    // was held and is no longer what was read.
+    bool ChangedMeanwhile() const { return changedMeanwhile; }
 
     bool Change(const std::function<bool(json&)>& change, std::string& problem)
     {
@@ -456,12 +459,6 @@ private:
         return true;
     }
 
-public:
-    // The last change was refused because the file was read before the lock
-    // was held and is no longer what was read.
-    bool ChangedMeanwhile() const { return changedMeanwhile; }
-
-private:
     std::string target;
     CFolderLock lock;
     std::string lockProblem;

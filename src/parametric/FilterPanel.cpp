@@ -6,6 +6,7 @@
 #include <string>
 
 #include "parametric/ParametricFilter.h"
+#include "parametric/RoutingFilters.h"
 
 CFilterPanel::CFilterPanel(int32_t configuredChannels) : playerChannels(configuredChannels) {}
 
@@ -158,7 +159,6 @@ constexpr double MAX_FREQUENCY_HZ = 10000000.0;
 constexpr double MIN_Q = 0.01;
 constexpr double MAX_Q = 10000.0;
 constexpr double MAX_GAIN_DB = 120.0;
-constexpr double MAX_DELAY_MS = 30000.0;
 constexpr double MAX_ATTACK_US = 10000000.0;
 constexpr double MAX_TIME_MS = 1000000.0;
 
@@ -171,7 +171,7 @@ constexpr NumberRange NUMBER_RANGES[] = {
     {u"Qp", MIN_Q, MAX_Q, u""},
     {u"Gain", -MAX_GAIN_DB, MAX_GAIN_DB, u"dB"},
     {u"Level", -MAX_GAIN_DB, MAX_GAIN_DB, u"dB"},
-    {u"Delay", 0.0, MAX_DELAY_MS, u"ms"},
+    {u"Delay", 0.0, CParametricDelayFilter::MAX_DELAY_MS, u"ms"},
     {u"Attack", 0.0, MAX_ATTACK_US, u"\u00B5s"},
     {u"Hold", 0.0, MAX_TIME_MS, u"ms"},
     {u"Release", 0.0, MAX_TIME_MS, u"ms"},
